@@ -1,0 +1,83 @@
+/* The per-call frame, argument readers and result pushes shared by all script functions.
+ * Uses only the platform's names. */
+#include "api/vlanlua_api_frame.h"
+
+#include <cstring>
+
+#include "ecm_capi.h"
+#include "sec_bound.h"
+
+VlanLuaFrame::VlanLuaFrame(void *pScriptState, std::nullptr_t) : pState(pScriptState)
+{
+    (void)memset_s(&stLog, sizeof(stLog), 0, sizeof(stLog));
+    stCtx.pstLog = &stLog;
+    stCtx.pObj = nullptr;
+}
+
+VlanLuaFrame::VlanLuaFrame(void *pScriptState) : VlanLuaFrame(pScriptState, nullptr)
+{
+    stCtx.pObj = ECM_CAPI_GetObjExt(pScriptState);
+}
+
+void VlanLua_StoreNarrow(void *pField, uint32_t uiWidth, uint32_t uiValue)
+{
+    switch (uiWidth) {
+        case 1: { uint8_t v = static_cast<uint8_t>(uiValue); std::memcpy(pField, &v, 1); break; }
+        case 2: { uint16_t v = static_cast<uint16_t>(uiValue); std::memcpy(pField, &v, 2); break; }
+        default: std::memcpy(pField, &uiValue, 4); break;
+    }
+}
+
+static bool ArgHasKind(void *pState, int32_t iPos, VlanLuaArgKind eKind)
+{
+    return eKind == VlanLuaArgKind::Bool ? SYSDT_SPTI_IsBool(pState, iPos) != 0
+                                         : SYSDT_SPTI_IsNumber(pState, iPos) != 0;
+}
+
+static uint32_t ReadArgValue(void *pState, int32_t iPos, VlanLuaArgKind eKind)
+{
+    return eKind == VlanLuaArgKind::Bool ? static_cast<uint32_t>(SYSDT_SPTI_ToBoolean(pState, iPos))
+                                         : SYSDT_SPTI_ToUInt(pState, iPos);
+}
+
+uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> specs, void *pRecord)
+{
+    auto *pucRecord = static_cast<uint8_t *>(pRecord);
+    int32_t iPos = 1;
+    for (const VlanLuaArgSpec &spec : specs) {
+        if (!ArgHasKind(frame.pState, iPos, spec.eKind)) {
+            if (spec.pcTypeMsg != nullptr) {
+                VLANLUA_Write(&frame.stLog, "%s", spec.pcTypeMsg);
+            }
+            return 1;
+        }
+        VlanLua_StoreNarrow(pucRecord + spec.usOffset, spec.ucWidth, ReadArgValue(frame.pState, iPos, spec.eKind));
+        iPos++;
+    }
+    return 0;
+}
+
+uint32_t VlanLua_ReadTable(void *pState, int32_t iPos, std::span<uint32_t> out)
+{
+    uint32_t uiNum = SYSDT_SPTI_ObjLen(pState, iPos);
+    for (uint32_t i = 1; i <= uiNum && i <= out.size(); i++) {
+        SYSDT_SPTI_PushUInt(pState, i);
+        SYSDT_SPTI_GetTable(pState, iPos);
+        out[i - 1] = SYSDT_SPTI_ToUInt(pState, -1);
+        SYSDT_SPTI_Pop(pState, 1);
+    }
+    return uiNum;
+}
+
+void VlanLua_SetArrayUInt(void *pState, uint32_t uiKey, uint32_t uiValue)
+{
+    SYSDT_SPTI_PushUInt(pState, uiKey);
+    SYSDT_SPTI_PushUInt(pState, uiValue);
+    SYSDT_SPTI_SetTable(pState, -3);
+}
+
+void VlanLua_SetFieldUInt(void *pState, const char *pcName, uint32_t uiValue)
+{
+    SYSDT_SPTI_PushUInt(pState, uiValue);
+    SYSDT_SPTI_SetField(pState, -2, pcName);
+}
