@@ -21,10 +21,12 @@ typedef struct {
 void *MOX_HandleCreate(const char *pcName);
 /* Destroys the handle; its live blocks stay valid and are reported by MOX_LeakReport before. */
 void MOX_HandleDestroy(void *pHandle);
+/* A null handle gives the figures of every live block of the process. */
 void MOX_GetStats(void *pHandle, MOX_STATS_S *pstStats);
 /* Makes the n-th next allocation on the handle fail (1 = the next one); 0 disarms. Fires once. */
 void MOX_FailAlloc(void *pHandle, uint32_t uiNth);
-/* Writes one line per live block of the handle (size, file, line); returns the block count. */
+/* Writes one line per live block of the handle (size, file, line), oldest first, and returns the
+ * block count; a null handle reports every live block, a null stream only counts. */
 uint64_t MOX_LeakReport(void *pHandle, FILE *pstOut);
 uint64_t MOX_AssertCount(void);
 

@@ -1,0 +1,247 @@
+// Tagged memory: per-handle figures, leak reports, injected failures and the aborts on bad frees.
+#include "mox.h"
+#include "mox_ctl.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+class TaggedMemory : public ::testing::Test {
+protected:
+    void TearDown() override
+    {
+        MOX_HandleDestroy(handle);
+        MOX_HandleDestroy(other);
+    }
+    void *Alloc(void *pHandle, uint32_t uiSize, uint32_t uiLine = 1)
+    {
+        return MOX_Malloc_F(pHandle, g_aucMoxMemPt[0], uiSize, "alloc.c", uiLine);
+    }
+    MOX_STATS_S Stats(void *pHandle)
+    {
+        MOX_STATS_S st;
+        std::memset(&st, 0xEE, sizeof st);
+        MOX_GetStats(pHandle, &st);
+        return st;
+    }
+    std::string Report(void *pHandle, uint64_t &ulCount)
+    {
+        char *pcText = nullptr;
+        size_t uiLen = 0;
+        FILE *pstOut = open_memstream(&pcText, &uiLen);
+        ulCount = MOX_LeakReport(pHandle, pstOut);
+        std::fclose(pstOut);
+        std::string strText(pcText, uiLen);
+        std::free(pcText);
+        return strText;
+    }
+    void *handle = MOX_HandleCreate("test");
+    void *other = MOX_HandleCreate("other");
+};
+
+}  // namespace
+
+TEST_F(TaggedMemory, PartitionByteIsZero)
+{
+    EXPECT_EQ(g_aucMoxMemPt[0], 0);
+}
+
+TEST_F(TaggedMemory, FiguresFollowAllocationsAndFrees)
+{
+    void *a = Alloc(handle, 10);
+    void *b = Alloc(handle, 20);
+    void *c = Alloc(handle, 30);
+    MOX_STATS_S st = Stats(handle);
+    EXPECT_EQ(st.ulLiveBlocks, 3u);
+    EXPECT_EQ(st.ulLiveBytes, 60u);
+    EXPECT_EQ(st.ulPeakBytes, 60u);
+    EXPECT_EQ(st.ulTotalAllocs, 3u);
+    MOX_Free_F(b, "free.c", 1);
+    void *d = Alloc(handle, 5);
+    st = Stats(handle);
+    EXPECT_EQ(st.ulLiveBlocks, 3u);
+    EXPECT_EQ(st.ulLiveBytes, 45u);
+    EXPECT_EQ(st.ulPeakBytes, 60u) << "the peak keeps the highest figure";
+    EXPECT_EQ(st.ulTotalAllocs, 4u);
+    for (void *p : {a, c, d}) {
+        MOX_Free_F(p, "free.c", 2);
+    }
+    st = Stats(handle);
+    EXPECT_EQ(st.ulLiveBlocks, 0u);
+    EXPECT_EQ(st.ulLiveBytes, 0u);
+}
+
+TEST_F(TaggedMemory, HandlesAreChargedSeparately)
+{
+    void *a = Alloc(handle, 100);
+    void *b = Alloc(other, 7);
+    EXPECT_EQ(Stats(handle).ulLiveBytes, 100u);
+    EXPECT_EQ(Stats(other).ulLiveBytes, 7u);
+    MOX_Free_F(a, "free.c", 1);  // the free names no handle, yet the right one is credited
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 0u);
+    EXPECT_EQ(Stats(other).ulLiveBlocks, 1u);
+    MOX_Free_F(b, "free.c", 2);
+}
+
+TEST_F(TaggedMemory, ZeroSizeBlocksAreDistinctAndCounted)
+{
+    void *a = Alloc(handle, 0);
+    void *b = Alloc(handle, 0);
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(b, nullptr);
+    EXPECT_NE(a, b);
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 2u);
+    MOX_Free_F(a, "free.c", 1);
+    MOX_Free_F(b, "free.c", 2);
+}
+
+TEST_F(TaggedMemory, BlocksAreWritableOverTheirWholeSize)
+{
+    auto *p = static_cast<unsigned char *>(Alloc(handle, 4096));
+    std::memset(p, 0x5A, 4096);
+    EXPECT_EQ(p[4095], 0x5A);
+    MOX_Free_F(p, "free.c", 1);
+}
+
+TEST_F(TaggedMemory, LeakReportListsEachLiveBlockWithSizeFileAndLine)
+{
+    void *a = Alloc(handle, 24, 41);
+    void *b = Alloc(handle, 8, 42);
+    void *c = Alloc(other, 99, 43);
+    uint64_t ulCount = 0;
+    std::string strText = Report(handle, ulCount);
+    EXPECT_EQ(ulCount, 2u);
+    EXPECT_NE(strText.find("size 24 allocated at alloc.c:41"), std::string::npos) << strText;
+    EXPECT_NE(strText.find("size 8 allocated at alloc.c:42"), std::string::npos) << strText;
+    EXPECT_EQ(strText.find("alloc.c:43"), std::string::npos) << "another handle's block was reported";
+    MOX_Free_F(a, "free.c", 1);
+    MOX_Free_F(b, "free.c", 2);
+    EXPECT_EQ(Report(handle, ulCount), "");
+    EXPECT_EQ(ulCount, 0u);
+    MOX_Free_F(c, "free.c", 3);
+}
+
+TEST_F(TaggedMemory, BlocksOutliveTheirDestroyedHandle)
+{
+    void *p = Alloc(handle, 16);
+    MOX_STATS_S before = Stats(nullptr);
+    MOX_HandleDestroy(handle);
+    handle = nullptr;
+    EXPECT_EQ(Stats(nullptr).ulLiveBlocks, before.ulLiveBlocks) << "still live, charged to no handle";
+    MOX_Free_F(p, "free.c", 1);
+    EXPECT_EQ(Stats(nullptr).ulLiveBlocks, before.ulLiveBlocks - 1);
+}
+
+TEST_F(TaggedMemory, FreeOfNullDoesNothing)
+{
+    MOX_Free_F(nullptr, "free.c", 1);
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 0u);
+}
+
+// ---- fault injection ----
+
+TEST_F(TaggedMemory, NthNextAllocationFailsOnceThenDisarms)
+{
+    MOX_FailAlloc(handle, 3);
+    std::vector<void *> blocks;
+    for (int i = 0; i < 5; i++) {
+        blocks.push_back(Alloc(handle, 8));
+    }
+    EXPECT_NE(blocks[0], nullptr);
+    EXPECT_NE(blocks[1], nullptr);
+    EXPECT_EQ(blocks[2], nullptr);
+    EXPECT_NE(blocks[3], nullptr);
+    EXPECT_NE(blocks[4], nullptr);
+    MOX_STATS_S st = Stats(handle);
+    EXPECT_EQ(st.ulLiveBlocks, 4u);
+    EXPECT_EQ(st.ulTotalAllocs, 4u) << "a refused allocation is not an allocation";
+    for (void *p : blocks) {
+        MOX_Free_F(p, "free.c", 1);
+    }
+}
+
+TEST_F(TaggedMemory, InjectedFailureLeavesOtherHandlesAlone)
+{
+    MOX_FailAlloc(handle, 1);
+    void *p = Alloc(other, 8);
+    EXPECT_NE(p, nullptr);
+    EXPECT_EQ(Alloc(handle, 8), nullptr);
+    MOX_Free_F(p, "free.c", 1);
+}
+
+TEST_F(TaggedMemory, ZeroDisarmsAPendingFailure)
+{
+    MOX_FailAlloc(handle, 1);
+    MOX_FailAlloc(handle, 0);
+    void *p = Alloc(handle, 8);
+    EXPECT_NE(p, nullptr);
+    MOX_Free_F(p, "free.c", 1);
+}
+
+// ---- assertions ----
+
+TEST_F(TaggedMemory, AssertCountsAndNamesFileAndLineOnlyWhenViolated)
+{
+    uint64_t ulBefore = MOX_AssertCount();
+    testing::internal::CaptureStderr();
+    MOX_Assert("vlanlua_bas_log", 77, 1);
+    MOX_Assert("vlanlua_bas_log", 78, 0);
+    std::string strErr = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(MOX_AssertCount(), ulBefore + 1);
+    EXPECT_EQ(strErr, "MOX_Assert: vlanlua_bas_log:78\n");
+    EXPECT_EQ(Stats(handle).ulAsserts, 1u);
+    void *fresh = MOX_HandleCreate("fresh");
+    EXPECT_EQ(Stats(fresh).ulAsserts, 0u) << "earlier assertions belong to earlier handles";
+    MOX_HandleDestroy(fresh);
+}
+
+// ---- concurrency ----
+
+TEST_F(TaggedMemory, ConcurrentUseKeepsFiguresExact)
+{
+    auto churn = [this](void *pHandle) {
+        std::vector<void *> blocks;
+        for (int i = 0; i < 2000; i++) {
+            blocks.push_back(Alloc(pHandle, 3));
+            if (i % 2 == 1) {
+                MOX_Free_F(blocks[i - 1], "free.c", 1);
+                blocks[i - 1] = nullptr;
+            }
+        }
+        for (void *p : blocks) {
+            MOX_Free_F(p, "free.c", 2);
+        }
+    };
+    std::thread t1(churn, handle);
+    std::thread t2(churn, other);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(Stats(handle).ulTotalAllocs, 2000u);
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 0u);
+    EXPECT_EQ(Stats(other).ulLiveBytes, 0u);
+}
+
+// ---- faults of the caller end the process ----
+
+using TaggedMemoryDeathTest = TaggedMemory;
+
+TEST_F(TaggedMemoryDeathTest, FreeOfAPointerNeverAllocatedAborts)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    static int iNotABlock;
+    EXPECT_DEATH(MOX_Free_F(&iNotABlock, "wild.c", 12), "free of an unknown pointer .* at wild.c:12");
+}
+
+TEST_F(TaggedMemoryDeathTest, DoubleFreeAbortsNamingBothFrees)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    void *p = Alloc(handle, 8);
+    MOX_Free_F(p, "first.c", 8);
+    EXPECT_DEATH(MOX_Free_F(p, "second.c", 9), "double free of .* at second.c:9 \\(already freed at first.c:8\\)");
+}
