@@ -1,0 +1,217 @@
+/* Script-stack services of the platform stand-in over a Lua 5.4 engine.
+ * Uses only the public Lua C API: an application could have written every line of it. */
+#include "sysdt_spti.h"
+
+#include <lua.hpp>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+lua_State *AsLua(void *pState)
+{
+    return static_cast<lua_State *>(pState);
+}
+
+/* True for a position that names a value on the stack (1..top or -top..-1). */
+bool IsStackPos(lua_State *L, int32_t iPos)
+{
+    int iTop = lua_gettop(L);
+    return iPos != 0 && iPos <= iTop && iPos >= -iTop;
+}
+
+int TypeAt(void *pState, int32_t iPos)
+{
+    lua_State *L = AsLua(pState);
+    return (L != nullptr && IsStackPos(L, iPos)) ? lua_type(L, iPos) : LUA_TNONE;
+}
+
+/* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
+uint32_t FloatToUInt(lua_Number dValue)
+{
+    constexpr lua_Number kTwoPow63 = 9223372036854775808.0;
+    if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
+        return 0;
+    }
+    auto llWhole = static_cast<long long>(std::trunc(dValue));
+    return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
+}
+
+/* Raises a script error rather than writing past the stack when it cannot grow. */
+void ReserveSlots(lua_State *L, int iSlots)
+{
+    luaL_checkstack(L, iSlots, "script stack overflow");
+}
+
+/* Calls the script function stored as the closure's upvalue; its count names the results. */
+int CallScriptFunction(lua_State *L)
+{
+    SYSDT_SPT_FUNC pfFunc;
+    void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
+    std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
+    uint32_t uiResults = pfFunc(L);
+    int iTop = lua_gettop(L);
+    return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+}
+
+void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
+{
+    static_assert(sizeof(void *) == sizeof(SYSDT_SPT_FUNC), "function pointers fit a light userdata");
+    void *pRaw;
+    std::memcpy(&pRaw, &pfFunc, sizeof pRaw);
+    return pRaw;
+}
+
+}  // namespace
+
+/* ---- reading the stack ---- */
+
+extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
+{
+    return pState != nullptr ? lua_gettop(AsLua(pState)) : 0;
+}
+
+extern "C" int32_t SYSDT_SPTI_IsNumber(void *pState, int32_t iPos)
+{
+    return TypeAt(pState, iPos) == LUA_TNUMBER;
+}
+
+extern "C" int32_t SYSDT_SPTI_IsString(void *pState, int32_t iPos)
+{
+    return TypeAt(pState, iPos) == LUA_TSTRING;
+}
+
+extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
+{
+    return TypeAt(pState, iPos) == LUA_TBOOLEAN;
+}
+
+extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
+{
+    if (TypeAt(pState, iPos) != LUA_TNUMBER) {
+        return 0;
+    }
+    lua_State *L = AsLua(pState);
+    if (lua_isinteger(L, iPos)) {
+        return static_cast<uint32_t>(static_cast<lua_Unsigned>(lua_tointeger(L, iPos)));
+    }
+    return FloatToUInt(lua_tonumber(L, iPos));
+}
+
+extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
+{
+    if (TypeAt(pState, iPos) != LUA_TSTRING) {
+        return nullptr;  /* lua_tostring would turn a number into a string in place */
+    }
+    return lua_tostring(AsLua(pState), iPos);
+}
+
+extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
+{
+    if (TypeAt(pState, iPos) == LUA_TNONE) {
+        return 0;
+    }
+    return lua_toboolean(AsLua(pState), iPos);
+}
+
+extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
+{
+    if (TypeAt(pState, iPos) != LUA_TTABLE) {
+        return 0;
+    }
+    return static_cast<uint32_t>(lua_rawlen(AsLua(pState), iPos));
+}
+
+extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
+{
+    lua_gettable(AsLua(pState), iPos);
+}
+
+extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
+{
+    if (iCount <= 0) {
+        return;
+    }
+    lua_State *L = AsLua(pState);
+    int iTop = lua_gettop(L);
+    lua_pop(L, iCount < iTop ? iCount : iTop);
+}
+
+/* ---- pushing and storing ---- */
+
+extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
+{
+    lua_State *L = AsLua(pState);
+    ReserveSlots(L, 1);
+    lua_pushinteger(L, static_cast<lua_Integer>(uiValue));
+}
+
+extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
+{
+    lua_State *L = AsLua(pState);
+    ReserveSlots(L, 1);
+    lua_pushinteger(L, static_cast<lua_Integer>(iValue));
+}
+
+/* Pushes exactly uiLen bytes, zero bytes included; a null text pushes nil. */
+extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
+{
+    lua_State *L = AsLua(pState);
+    ReserveSlots(L, 1);
+    if (pcText == nullptr) {
+        lua_pushnil(L);
+        return;
+    }
+    lua_pushlstring(L, pcText, uiLen);
+}
+
+extern "C" void SYSDT_SPTI_PushNil(void *pState)
+{
+    lua_State *L = AsLua(pState);
+    ReserveSlots(L, 1);
+    lua_pushnil(L);
+}
+
+extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize)
+{
+    lua_State *L = AsLua(pState);
+    ReserveSlots(L, 1);
+    lua_createtable(L, iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
+}
+
+extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
+{
+    lua_settable(AsLua(pState), iPos);
+}
+
+extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName)
+{
+    lua_setfield(AsLua(pState), iPos, pcName);
+}
+
+/* ---- library registration ---- */
+
+extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
+{
+    lua_State *L = AsLua(pState);
+    int iCount = 0;
+    while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
+        iCount++;
+    }
+    ReserveSlots(L, 3);
+    lua_createtable(L, 0, iCount);
+    for (int i = 0; i < iCount; i++) {
+        if (pstTable[i].pcName == nullptr || pstTable[i].pfFunc == nullptr) {
+            continue;  /* half an entry registers nothing */
+        }
+        lua_pushlightuserdata(L, FunctionAsPointer(pstTable[i].pfFunc));
+        lua_pushcclosure(L, CallScriptFunction, 1);
+        lua_setfield(L, -2, pstTable[i].pcName);
+    }
+    if (pcLib != nullptr) {
+        lua_pushvalue(L, -1);
+        lua_setglobal(L, pcLib);
+    }
+    return 0;
+}

@@ -1,0 +1,234 @@
+// The script stack over a real Lua state: type tests, conversions, pushes and library registration.
+#include "sysdt_spti.h"
+
+#include <gtest/gtest.h>
+#include <lua.hpp>
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+namespace {
+
+class ScriptStack : public ::testing::Test {
+protected:
+    void SetUp() override { L = luaL_newstate(); luaL_openlibs(L); }
+    void TearDown() override { lua_close(L); }
+    // Runs a chunk and leaves its single result on the stack.
+    void Eval(const char *pcChunk)
+    {
+        std::string strCode = std::string("return ") + pcChunk;
+        ASSERT_EQ(luaL_dostring(L, strCode.c_str()), LUA_OK) << lua_tostring(L, -1);
+    }
+    uint32_t ToUIntOf(const char *pcChunk)
+    {
+        Eval(pcChunk);
+        uint32_t uiValue = SYSDT_SPTI_ToUInt(L, -1);
+        lua_pop(L, 1);
+        return uiValue;
+    }
+    lua_State *L = nullptr;
+};
+
+uint32_t PushTwo(void *pState)
+{
+    SYSDT_SPTI_PushUInt(pState, 7);
+    SYSDT_SPTI_PushString(pState, "seven", 5);
+    return 2;
+}
+
+uint32_t PushNothing(void *)
+{
+    return 0;
+}
+
+uint32_t EchoArgCount(void *pState)
+{
+    SYSDT_SPTI_PushInt(pState, SYSDT_SPTI_GetTop(pState));
+    return 1;
+}
+
+}  // namespace
+
+// ---- type tests look at the value's own type ----
+
+TEST_F(ScriptStack, NumericStringIsAStringNotANumber)
+{
+    lua_pushstring(L, "12");
+    EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, 1));
+    EXPECT_TRUE(SYSDT_SPTI_IsString(L, 1));
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, 1), 0u);
+}
+
+TEST_F(ScriptStack, NumberIsNotAStringAndIsNotConvertedInPlace)
+{
+    lua_pushinteger(L, 12);
+    EXPECT_TRUE(SYSDT_SPTI_IsNumber(L, 1));
+    EXPECT_FALSE(SYSDT_SPTI_IsString(L, 1));
+    EXPECT_EQ(SYSDT_SPTI_ToString(L, 1), nullptr);
+    EXPECT_EQ(lua_type(L, 1), LUA_TNUMBER) << "the stack value must stay a number";
+}
+
+TEST_F(ScriptStack, BooleansAreOnlyBooleans)
+{
+    lua_pushboolean(L, 0);
+    lua_pushinteger(L, 0);
+    lua_pushnil(L);
+    EXPECT_TRUE(SYSDT_SPTI_IsBool(L, 1));
+    EXPECT_FALSE(SYSDT_SPTI_IsBool(L, 2));
+    EXPECT_EQ(SYSDT_SPTI_ToBoolean(L, 1), 0);
+    EXPECT_EQ(SYSDT_SPTI_ToBoolean(L, 2), 1) << "zero is true to a script";
+    EXPECT_EQ(SYSDT_SPTI_ToBoolean(L, 3), 0);
+}
+
+TEST_F(ScriptStack, PositionsPastTheTopHoldNothing)
+{
+    lua_pushinteger(L, 5);
+    EXPECT_EQ(SYSDT_SPTI_GetTop(L), 1);
+    EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, 2));
+    EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, -2));
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, 0), 0u);
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, -1), 5u);
+}
+
+// ---- conversions to unsigned 32 bits ----
+
+TEST_F(ScriptStack, IntegersKeepTheirLow32Bits)
+{
+    EXPECT_EQ(ToUIntOf("-1"), 4294967295u);
+    EXPECT_EQ(ToUIntOf("(1 << 32) + 5"), 5u);
+    EXPECT_EQ(ToUIntOf("4294967295"), 4294967295u);
+    EXPECT_EQ(ToUIntOf("math.mininteger"), 0u);
+}
+
+TEST_F(ScriptStack, FloatsTruncateTowardZeroThenKeepTheLow32Bits)
+{
+    EXPECT_EQ(ToUIntOf("3.7"), 3u);
+    EXPECT_EQ(ToUIntOf("-3.7"), 4294967293u);
+    EXPECT_EQ(ToUIntOf("2^32 + 5"), 5u) << "a float power of two is still a number";
+    EXPECT_EQ(ToUIntOf("4094.0"), 4094u);
+}
+
+TEST_F(ScriptStack, FloatsWithoutAnIntegerValueGiveZero)
+{
+    EXPECT_EQ(ToUIntOf("0/0"), 0u);
+    EXPECT_EQ(ToUIntOf("math.huge"), 0u);
+    EXPECT_EQ(ToUIntOf("-math.huge"), 0u);
+    EXPECT_EQ(ToUIntOf("2^63"), 0u);
+    EXPECT_EQ(ToUIntOf("1e300"), 0u);
+}
+
+TEST_F(ScriptStack, NonNumbersGiveZero)
+{
+    EXPECT_EQ(ToUIntOf("true"), 0u);
+    EXPECT_EQ(ToUIntOf("{}"), 0u);
+    EXPECT_EQ(ToUIntOf("'0x10'"), 0u);
+}
+
+// ---- lengths and tables ----
+
+TEST_F(ScriptStack, ObjLenCountsTableElementsOnly)
+{
+    Eval("{10, 20, 30}");
+    Eval("'abcd'");
+    EXPECT_EQ(SYSDT_SPTI_ObjLen(L, 1), 3u);
+    EXPECT_EQ(SYSDT_SPTI_ObjLen(L, 2), 0u) << "a string has no elements";
+}
+
+TEST_F(ScriptStack, TablesBuiltAndReadThroughTheStackRoundTrip)
+{
+    SYSDT_SPTI_CreateTable(L, 2, 1);
+    for (uint32_t uiKey = 1; uiKey <= 2; uiKey++) {
+        SYSDT_SPTI_PushUInt(L, uiKey);
+        SYSDT_SPTI_PushUInt(L, uiKey * 100);
+        SYSDT_SPTI_SetTable(L, -3);
+    }
+    SYSDT_SPTI_PushUInt(L, 9);
+    SYSDT_SPTI_SetField(L, -2, "count");
+    ASSERT_EQ(SYSDT_SPTI_GetTop(L), 1);
+    EXPECT_EQ(SYSDT_SPTI_ObjLen(L, 1), 2u);
+    SYSDT_SPTI_PushUInt(L, 2);
+    SYSDT_SPTI_GetTable(L, 1);
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, -1), 200u);
+    SYSDT_SPTI_Pop(L, 1);
+    lua_getfield(L, 1, "count");
+    EXPECT_EQ(lua_tointeger(L, -1), 9);
+}
+
+// ---- pushes ----
+
+TEST_F(ScriptStack, PushStringKeepsEmbeddedAndTrailingZeroBytes)
+{
+    const char acText[] = "ab\0cd";  // 5 characters and the terminator
+    SYSDT_SPTI_PushString(L, acText, 6);
+    size_t uiLen = 0;
+    const char *pcPushed = lua_tolstring(L, -1, &uiLen);
+    EXPECT_EQ(uiLen, 6u);
+    EXPECT_EQ(std::string(pcPushed, uiLen), std::string(acText, 6));
+}
+
+TEST_F(ScriptStack, UnsignedAndSignedPushesKeepTheirRange)
+{
+    SYSDT_SPTI_PushUInt(L, 4294967295u);
+    SYSDT_SPTI_PushInt(L, -1);
+    EXPECT_TRUE(lua_isinteger(L, 1));
+    EXPECT_EQ(lua_tointeger(L, 1), 4294967295LL);
+    EXPECT_EQ(lua_tointeger(L, 2), -1);
+}
+
+TEST_F(ScriptStack, ManyPushesGrowTheStackInsteadOfOverflowingIt)
+{
+    constexpr uint32_t kCount = 50000;
+    for (uint32_t i = 0; i < kCount; i++) {
+        SYSDT_SPTI_PushUInt(L, i);
+    }
+    ASSERT_EQ(SYSDT_SPTI_GetTop(L), static_cast<int32_t>(kCount));
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, 1), 0u);
+    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, -1), kCount - 1);
+    SYSDT_SPTI_Pop(L, static_cast<int32_t>(kCount));
+    EXPECT_EQ(SYSDT_SPTI_GetTop(L), 0);
+}
+
+// ---- library registration ----
+
+TEST_F(ScriptStack, OpenLibLeavesTheLibraryOnTheStackAndAsGlobal)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"two", PushTwo}, {"none", PushNothing}, {nullptr, nullptr},
+                                        {"hidden", PushTwo}};
+    EXPECT_EQ(Script_OpenLib(L, "testlib", astTable), 0);
+    ASSERT_EQ(lua_gettop(L), 1);
+    ASSERT_EQ(lua_type(L, 1), LUA_TTABLE);
+    lua_getglobal(L, "testlib");
+    EXPECT_TRUE(lua_rawequal(L, 1, 2));
+    int iEntries = 0;
+    lua_pushnil(L);
+    while (lua_next(L, 1) != 0) {
+        iEntries++;
+        lua_pop(L, 1);
+    }
+    EXPECT_EQ(iEntries, 2) << "nothing after the terminating entry is registered";
+}
+
+TEST_F(ScriptStack, RegisteredFunctionsReturnAsManyResultsAsTheyCount)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"two", PushTwo}, {"none", PushNothing}, {"args", EchoArgCount},
+                                        {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("select('#', testlib.two()) * 100 + select('#', testlib.none())");
+    EXPECT_EQ(lua_tointeger(L, -1), 200);
+    Eval("(function() local n, s = testlib.two(); return n == 7 and s == 'seven' end)()");
+    EXPECT_TRUE(lua_toboolean(L, -1));
+    Eval("testlib.args(1, 'x', nil, {})");
+    EXPECT_EQ(lua_tointeger(L, -1), 4);
+}
+
+TEST_F(ScriptStack, RegistrationTableNeedNotOutliveTheCall)
+{
+    {
+        SYSDT_SPT_REG_S astTable[] = {{"two", PushTwo}, {nullptr, nullptr}};
+        Script_OpenLib(L, "testlib", astTable);
+        astTable[0] = {"gone", PushNothing};
+    }
+    Eval("select('#', testlib.two())");
+    EXPECT_EQ(lua_tointeger(L, -1), 2);
+}
