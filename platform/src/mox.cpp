@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -169,7 +170,12 @@ extern "C" void *MOX_Malloc_F(void *pHandle, unsigned char ucPartition, uint32_t
     if (pMem == nullptr) {
         return nullptr;
     }
-    reg.blocks.emplace(pMem, MoxBlock{pstHandle, uiSize, pcFile, uiLine, reg.ulSeq++});
+    try {
+        reg.blocks.emplace(pMem, MoxBlock{pstHandle, uiSize, pcFile, uiLine, reg.ulSeq++});
+    } catch (const std::bad_alloc &) {  /* no room to record the block: refuse it */
+        std::free(pMem);
+        return nullptr;
+    }
     ChargeAlloc(reg, pstHandle, uiSize);
     return pMem;
 }
@@ -210,8 +216,11 @@ extern "C" uint64_t MOX_AssertCount(void)
 
 extern "C" void *MOX_HandleCreate(const char *pcName)
 {
-    auto *pstHandle = new MoxHandle{kHandleMagic, SafeText(pcName), {}, MOX_AssertCount(), 0};
-    return pstHandle;
+    try {
+        return new MoxHandle{kHandleMagic, SafeText(pcName), {}, MOX_AssertCount(), 0};
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
 }
 
 extern "C" void MOX_HandleDestroy(void *pHandle)
@@ -267,20 +276,21 @@ extern "C" uint64_t MOX_LeakReport(void *pHandle, FILE *pstOut)
 {
     MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_LeakReport");
     MoxRegistry &reg = Registry();
-    std::vector<std::pair<const void *, MoxBlock>> leaks;
-    {
-        std::unique_lock<std::mutex> lock(reg.mtx);
+    std::unique_lock<std::mutex> lock(reg.mtx);  /* held while printing: handle names stay valid */
+    std::vector<std::pair<const void *, const MoxBlock *>> leaks;
+    try {
         for (const auto &entry : reg.blocks) {
             if (BelongsTo(entry.second, pstHandle)) {
-                leaks.emplace_back(entry.first, entry.second);
+                leaks.emplace_back(entry.first, &entry.second);
             }
         }
+    } catch (const std::bad_alloc &) {
+        return 0;
     }
-    std::sort(leaks.begin(), leaks.end(),
-              [](const auto &a, const auto &b) { return a.second.ulSeq < b.second.ulSeq; });
+    std::sort(leaks.begin(), leaks.end(), [](const auto &a, const auto &b) { return a.second->ulSeq < b.second->ulSeq; });
     for (const auto &leak : leaks) {
         if (pstOut != nullptr) {
-            const MoxBlock &st = leak.second;
+            const MoxBlock &st = *leak.second;
             std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", leak.first,
                          static_cast<unsigned long long>(st.ulSize), SafeText(st.pcFile), st.uiLine,
                          st.pstHandle != nullptr ? st.pstHandle->strName.c_str() : "destroyed");
