@@ -147,6 +147,16 @@ const MoxFreed *FindRecentFree(const MoxRegistry &reg, const void *pMem)
     AbortWith("free of an unknown pointer", pMem, pcFile, uiLine);
 }
 
+void PrintLeak(FILE *pstOut, const void *pMem, const MoxBlock &stBlock)
+{
+    if (pstOut == nullptr) {
+        return;
+    }
+    std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", pMem,
+                 static_cast<unsigned long long>(stBlock.ulSize), SafeText(stBlock.pcFile), stBlock.uiLine,
+                 stBlock.pstHandle != nullptr ? stBlock.pstHandle->strName.c_str() : "destroyed");
+}
+
 bool BelongsTo(const MoxBlock &stBlock, const MoxHandle *pstHandle)
 {
     return pstHandle == nullptr || stBlock.pstHandle == pstHandle;
@@ -287,14 +297,10 @@ extern "C" uint64_t MOX_LeakReport(void *pHandle, FILE *pstOut)
     } catch (const std::bad_alloc &) {
         return 0;
     }
-    std::sort(leaks.begin(), leaks.end(), [](const auto &a, const auto &b) { return a.second->ulSeq < b.second->ulSeq; });
+    std::sort(leaks.begin(), leaks.end(),
+              [](const auto &a, const auto &b) { return a.second->ulSeq < b.second->ulSeq; });
     for (const auto &leak : leaks) {
-        if (pstOut != nullptr) {
-            const MoxBlock &st = *leak.second;
-            std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", leak.first,
-                         static_cast<unsigned long long>(st.ulSize), SafeText(st.pcFile), st.uiLine,
-                         st.pstHandle != nullptr ? st.pstHandle->strName.c_str() : "destroyed");
-        }
+        PrintLeak(pstOut, leak.first, *leak.second);
     }
     return leaks.size();
 }
