@@ -276,6 +276,9 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
     if (pstTable == nullptr) {
         return ECM_ERR_TABLE;
     }
+    if (eKind != WRITE_INSERT && pstTable->uiKeyNum == 0) {
+        return ECM_ERR_KEY;  /* a table the module only reads has no record identity */
+    }
     EcmWriteVal astVals[ECM_SELECT_MAX];
     bool bNeedKey = eKind != WRITE_INSERT || pstTable->uiKeyNum != 0;  /* unkeyed tables only take inserts */
     uint32_t uiRet = CheckWriteList(pstTable, pstFields, uiNum, bNeedKey, eKind == WRITE_DELETE, astVals);
