@@ -60,7 +60,10 @@ std::string ReadSql(const void *pCtx)
         for (uint32_t i = 0; i < pstShape->uiSortNum; i++) {
             strSql += std::string(pstShape->apstSort[i]->pcName) + ", ";
         }
-        strSql += "rowid LIMIT ?" + std::to_string(pstShape->uiCondNum + 1);  /* ties in insertion order */
+        strSql += "rowid";  /* ties in insertion order */
+        if (pstShape->uiSortNum != 0) {  /* lets the sorter keep only the first records */
+            strSql.append(" LIMIT ?").append(std::to_string(pstShape->uiCondNum + 1));
+        }
     }
     return strSql;
 }
@@ -148,7 +151,6 @@ uint32_t PrepareRead(EcmDb *pstDb, uint32_t uiTableId, const ECM_COND_BLOCK_S *p
         if (Ecm_BindBytes(pStmt, static_cast<int>(i + 1), pstShape->apstCond[i], pstWhere->astCond[i].aucValue) !=
             SQLITE_OK) {
             sqlite3_reset(pStmt);
-            sqlite3_clear_bindings(pStmt);
             return ECM_ERR_SQL;
         }
     }
@@ -181,7 +183,8 @@ uint32_t Deliver(EcmDb *pstDb, sqlite3_stmt *pStmt, const ReadShape *pstShape, E
 {
     EcmStmtUse stUse(pStmt);
     uint32_t uiRecLen = pstResult->usRecLen;
-    if (sqlite3_bind_int64(pStmt, static_cast<int>(pstShape->uiCondNum + 1), uiMaxRec) != SQLITE_OK) {
+    if (pstShape->uiSortNum != 0 &&
+        sqlite3_bind_int64(pStmt, static_cast<int>(pstShape->uiCondNum + 1), uiMaxRec) != SQLITE_OK) {
         return ECM_ERR_SQL;
     }
     uint32_t uiNum = 0;

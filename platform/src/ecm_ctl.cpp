@@ -36,7 +36,7 @@ uint32_t CheckValue(EcmDb *pstDb, const ECM_CTL_FIELD_S *pstField, const ECM_CTL
 uint32_t Convert(EcmDb *pstDb, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals, uint32_t uiNum, CtlVals *pstOut)
 {
     if ((pstOut->pstTable = ECM_CTL_FindTable(uiTableId)) == nullptr) {
-        return Fail(pstDb, ECM_ERR_TABLE, "unknown table " + std::to_string(uiTableId));
+        return Fail(pstDb, ECM_ERR_TABLE, std::string("unknown table ").append(std::to_string(uiTableId)));
     }
     std::vector<uint32_t> vecOffsets;
     for (uint32_t i = 0; i < uiNum; i++) {

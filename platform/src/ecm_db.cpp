@@ -29,7 +29,7 @@ std::string IndexSql(const ECM_CTL_TABLE_S *pstTable, const uint8_t *pucFields, 
     std::string strName = std::string(pstTable->pcName) + (bUnique ? "_key" : "_by");
     std::string strCols;
     for (uint32_t i = 0; i < uiNum; i++) {
-        strName += "_" + std::to_string(pucFields[i]);
+        strName.append("_").append(std::to_string(pucFields[i]));
         strCols += (i == 0) ? "" : ", ";
         strCols += ECM_CTL_FindField(pstTable, pucFields[i])->pcName;
     }
@@ -86,6 +86,7 @@ void CloseStorage(EcmDb *pstDb)
         sqlite3_finalize(kv.second);
     }
     pstDb->mapStmts.clear();
+    pstDb->pLastStmt = nullptr;
     sqlite3_close(pstDb->pDb);
     pstDb->pDb = nullptr;
 }
@@ -191,8 +192,13 @@ bool Ecm_TripFault(EcmDb *pstDb)
 
 sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)
 {
+    if (pstDb->pLastStmt != nullptr && svKey == pstDb->strLastKey) {
+        return pstDb->pLastStmt;
+    }
     auto it = pstDb->mapStmts.find(svKey);
     if (it != pstDb->mapStmts.end()) {
+        pstDb->strLastKey.assign(svKey);
+        pstDb->pLastStmt = it->second;
         return it->second;
     }
     std::string strSql = pfSql(pCtx);
@@ -202,6 +208,8 @@ sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql
         return nullptr;
     }
     pstDb->mapStmts.emplace(std::string(svKey), pStmt);
+    pstDb->strLastKey.assign(svKey);
+    pstDb->pLastStmt = pStmt;
     return pStmt;
 }
 

@@ -45,11 +45,14 @@ struct EcmDb {
     uint32_t uiFailCallIn = 0;      /* counts down to the call that fails; 0 = disarmed */
     void *pBoundState = nullptr;
     EcmStmtMap mapStmts;
+    std::string strLastKey;         /* the shape asked for last: probes repeat one shape */
+    sqlite3_stmt *pLastStmt = nullptr;
     std::vector<EcmJournalEntry> vecJournal;
     std::string strLastError;
 };
 
-/* Resets and clears a cached statement when the scope ends, so it is ready for the next use. */
+/* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
+ * all of its parameters, so old bindings need no clearing. */
 class EcmStmtUse {
 public:
     explicit EcmStmtUse(sqlite3_stmt *pStmt) : m_pStmt(pStmt) {}
@@ -57,7 +60,6 @@ public:
     {
         if (m_pStmt != nullptr) {
             sqlite3_reset(m_pStmt);
-            sqlite3_clear_bindings(m_pStmt);
         }
     }
     EcmStmtUse(const EcmStmtUse &) = delete;

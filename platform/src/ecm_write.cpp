@@ -21,7 +21,7 @@ std::string KeyWhere(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFirstParam)
     for (uint32_t i = 0; i < pstTable->uiKeyNum; i++) {
         strSql += (i == 0) ? "" : " AND ";
         strSql += ECM_CTL_FindField(pstTable, pstTable->aucKey[i])->pcName;
-        strSql += " = ?" + std::to_string(uiFirstParam + i);
+        strSql.append(" = ?").append(std::to_string(uiFirstParam + i));
     }
     return strSql;
 }
@@ -43,7 +43,7 @@ std::string UpdateSql(const void *pCtx)
     const WriteShape *pstShape = static_cast<const WriteShape *>(pCtx);
     std::string strSql = std::string("UPDATE ") + pstShape->pstTable->pcName + " SET ";
     for (uint32_t i = 0; i < pstShape->uiSetNum; i++) {
-        strSql += std::string(i == 0 ? "" : ", ") + pstShape->apstSet[i]->pcName + " = ?" + std::to_string(i + 1);
+        strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSet[i]->pcName).append(" = ?").append(std::to_string(i + 1));
     }
     return strSql + KeyWhere(pstShape->pstTable, pstShape->uiSetNum + 1);
 }
