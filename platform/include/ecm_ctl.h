@@ -10,6 +10,17 @@
 extern "C" {
 #endif
 
+/* How the client operations of ecm_capi.h behave on these objects:
+ * - A select delivers each selected field at its schema width, back to back, and cuts or
+ *   zero-pads the whole to usRecLen: a lone or last field comes in the width the caller asked
+ *   for (integers little-endian). Records sort by the sort fields, then insertion order.
+ * - Conditions compare the stored value with the condition value read at the field's schema
+ *   width: integers unsigned, text and bitmaps as bytes. Only operators 0, 1, 3, 5 and the
+ *   query mode 6 are accepted; the database identifier of a select is not checked.
+ * - Writes check table, fields, type codes, widths and key before touching anything; a refused
+ *   or failed write changes nothing and is not journaled. Set and delete need the whole key,
+ *   delete nothing but the key; tables without a key take inserts only. */
+
 /* Result codes of the client operations (ECM_CAPI_*) and of the control operations below. */
 #define ECM_OK            0u
 #define ECM_ERR_PARAM     0x101u  /* missing pointer, zero count, bad record length or buffer */
@@ -59,7 +70,8 @@ void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_
 /* Unbinds the object from the state it is bound to, closes the storage and destroys the
  * memory handle (live blocks stay valid for the leak report). Null does nothing. */
 void ECM_CTL_Close(void *pObj);
-/* Makes pObj the object that ECM_CAPI_GetObjExt(pState) returns; pState is a lua_State. */
+/* Makes pObj the object that ECM_CAPI_GetObjExt(pState) returns; pState is a lua_State.
+ * Close the object or unbind it before the state is closed. */
 void ECM_CTL_Bind(void *pState, void *pObj);
 /* Makes ECM_CAPI_GetObjExt(pState) return null again. */
 void ECM_CTL_Unbind(void *pState);
