@@ -202,6 +202,15 @@ uint32_t Deliver(EcmDb *pstDb, sqlite3_stmt *pStmt, const ReadShape *pstShape, E
     return ECM_OK;
 }
 
+/* Checks the object and counts the call against an armed fault: ECM_OK to go on, else the code. */
+uint32_t EnterCall(EcmDb *pstDb)
+{
+    if (pstDb == nullptr) {
+        return ECM_ERR_PARAM;
+    }
+    return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : ECM_OK;
+}
+
 /* Runs an exists or count read and gives back its one integer. */
 uint32_t ReadScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_COND_BLOCK_S *pstWhere,
                     uint32_t uiMode, uint32_t *puiOut)
@@ -269,11 +278,9 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
                uint32_t uiFlag)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    if (Ecm_TripFault(pstDb)) {
-        return ECM_ERR_INJECTED;
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
     }
     const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(uiTableId);
     if (pstTable == nullptr) {
@@ -283,7 +290,7 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
         return ECM_ERR_KEY;  /* a table the module only reads has no record identity */
     }
     EcmWriteVal astVals[ECM_SELECT_MAX];
-    bool bNeedKey = eKind != WRITE_INSERT || pstTable->uiKeyNum != 0;  /* unkeyed tables only take inserts */
+    bool bNeedKey = pstTable->uiKeyNum != 0;  /* an insert into an unkeyed table names no key */
     uint32_t uiRet = CheckWriteList(pstTable, pstFields, uiNum, bNeedKey, eKind == WRITE_DELETE, astVals);
     if (uiRet != ECM_OK) {
         return uiRet;
@@ -310,11 +317,9 @@ extern "C" void *ECM_CAPI_GetSimpleMemHandle(void *pObj)
 extern "C" uint32_t ECM_CAPI_GetCdbID(void *pObj, uint32_t *puiCdbId)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    if (Ecm_TripFault(pstDb)) {
-        return ECM_ERR_INJECTED;
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
     }
     if (puiCdbId == nullptr) {
         return ECM_ERR_PARAM;
@@ -326,11 +331,9 @@ extern "C" uint32_t ECM_CAPI_GetCdbID(void *pObj, uint32_t *puiCdbId)
 extern "C" uint32_t ECM_CAPI_GetLrVrId(void *pObj, uint32_t *puiLrId, uint32_t *puiVrId)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    if (Ecm_TripFault(pstDb)) {
-        return ECM_ERR_INJECTED;
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
     }
     if (puiLrId == nullptr || puiVrId == nullptr) {
         return ECM_ERR_PARAM;
@@ -347,11 +350,9 @@ extern "C" uint32_t ECM_CAPI_TPC_SelectAllRecByOrder(void *pObj, uint32_t, uint3
                                                      ECM_RESULT_S *pstResult)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    if (Ecm_TripFault(pstDb)) {
-        return ECM_ERR_INJECTED;
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
     }
     if (pstSelect == nullptr || pstResult == nullptr) {
         return ECM_ERR_PARAM;
@@ -373,20 +374,16 @@ extern "C" uint32_t ECM_CAPI_QueryExist(void *pObj, uint32_t uiTableId, ECM_COND
                                         uint32_t *puiExist)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : ReadScalar(pstDb, 'E', uiTableId, pstWhere, uiMode, puiExist);
+    uint32_t uiEnter = EnterCall(pstDb);
+    return (uiEnter != ECM_OK) ? uiEnter : ReadScalar(pstDb, 'E', uiTableId, pstWhere, uiMode, puiExist);
 }
 
 extern "C" uint32_t ECM_CAPI_QueryCount(void *pObj, uint32_t uiTableId, ECM_COND_BLOCK_S *pstWhere, uint32_t uiMode,
                                         uint32_t *puiCount)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : ReadScalar(pstDb, 'C', uiTableId, pstWhere, uiMode, puiCount);
+    uint32_t uiEnter = EnterCall(pstDb);
+    return (uiEnter != ECM_OK) ? uiEnter : ReadScalar(pstDb, 'C', uiTableId, pstWhere, uiMode, puiCount);
 }
 
 /* ---- Writes ---- */
@@ -412,11 +409,9 @@ extern "C" uint32_t ECM_CAPI_DeleteRecord(void *pObj, uint32_t uiTableId, const 
 extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t uiCount, uint32_t *puiIndex)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    if (pstDb == nullptr) {
-        return ECM_ERR_PARAM;
-    }
-    if (Ecm_TripFault(pstDb)) {
-        return ECM_ERR_INJECTED;
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
     }
     const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(uiTableId);
     if (pstTable == nullptr) {

@@ -142,6 +142,25 @@ uint32_t StepError(EcmDb *pstDb)
     return Fail(pstDb, ECM_ERR_SQL, sqlite3_errmsg(pstDb->pDb));
 }
 
+/* Counts ('K') or deletes ('X') the records equal to the filter; the number goes to *pulOut. */
+uint32_t FilterScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
+                      uint64_t *pulOut)
+{
+    CtlVals stVals;
+    uint32_t uiRet = Convert(pstDb, uiTableId, pstWhere, uiNum, &stVals);
+    if (uiRet != ECM_OK) {
+        return uiRet;
+    }
+    EcmStmtUse stUse(FilterStmt(pstDb, cMode, stVals));
+    int iWant = (cMode == 'K') ? SQLITE_ROW : SQLITE_DONE;
+    if (stUse.Get() == nullptr || sqlite3_step(stUse.Get()) != iWant) {
+        return StepError(pstDb);
+    }
+    sqlite3_int64 llNum = (cMode == 'K') ? sqlite3_column_int64(stUse.Get(), 0) : sqlite3_changes64(pstDb->pDb);
+    *pulOut = static_cast<uint64_t>(llNum);
+    return ECM_OK;
+}
+
 }  // namespace
 
 extern "C" uint32_t ECM_CTL_Insert(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals, uint32_t uiNum)
@@ -180,33 +199,11 @@ extern "C" uint32_t ECM_CTL_Rows(void *pObj, uint32_t uiTableId, const ECM_CTL_V
 extern "C" uint32_t ECM_CTL_Count(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
                                   uint64_t *pulCount)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    CtlVals stVals;
-    uint32_t uiRet = Convert(pstDb, uiTableId, pstWhere, uiNum, &stVals);
-    if (uiRet != ECM_OK) {
-        return uiRet;
-    }
-    EcmStmtUse stUse(FilterStmt(pstDb, 'K', stVals));
-    if (stUse.Get() == nullptr || sqlite3_step(stUse.Get()) != SQLITE_ROW) {
-        return StepError(pstDb);
-    }
-    *pulCount = static_cast<uint64_t>(sqlite3_column_int64(stUse.Get(), 0));
-    return ECM_OK;
+    return FilterScalar(static_cast<EcmDb *>(pObj), 'K', uiTableId, pstWhere, uiNum, pulCount);
 }
 
 extern "C" uint32_t ECM_CTL_Delete(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
                                    uint64_t *pulDeleted)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    CtlVals stVals;
-    uint32_t uiRet = Convert(pstDb, uiTableId, pstWhere, uiNum, &stVals);
-    if (uiRet != ECM_OK) {
-        return uiRet;
-    }
-    EcmStmtUse stUse(FilterStmt(pstDb, 'X', stVals));
-    if (stUse.Get() == nullptr || sqlite3_step(stUse.Get()) != SQLITE_DONE) {
-        return StepError(pstDb);
-    }
-    *pulDeleted = static_cast<uint64_t>(sqlite3_changes(pstDb->pDb));
-    return ECM_OK;
+    return FilterScalar(static_cast<EcmDb *>(pObj), 'X', uiTableId, pstWhere, uiNum, pulDeleted);
 }

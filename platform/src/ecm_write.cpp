@@ -15,6 +15,14 @@ struct WriteShape {
     uint32_t uiSetNum;
 };
 
+/* The cache key of a statement that depends on nothing but its kind and table. */
+std::string_view TableShape(char cKind, uint32_t uiTableId, char *pcBuf)
+{
+    pcBuf[0] = cKind;
+    memcpy(pcBuf + 1, &uiTableId, sizeof(uint32_t));
+    return std::string_view(pcBuf, 1 + sizeof(uint32_t));
+}
+
 std::string KeyWhere(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFirstParam)
 {
     std::string strSql = " WHERE ";
@@ -101,9 +109,8 @@ uint32_t StepWrite(EcmDb *pstDb, sqlite3_stmt *pStmt, bool bMustChange)
 
 uint32_t Ecm_InsertRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum)
 {
-    char acKey[8] = {'I'};
-    memcpy(acKey + 1, &pstTable->uiTableId, sizeof(uint32_t));
-    EcmStmtUse stUse(Ecm_Stmt(pstDb, std::string_view(acKey, 5), InsertSql, pstTable));
+    char acKey[8];
+    EcmStmtUse stUse(Ecm_Stmt(pstDb, TableShape('I', pstTable->uiTableId, acKey), InsertSql, pstTable));
     if (stUse.Get() == nullptr) {
         return ECM_ERR_SQL;
     }
@@ -150,9 +157,8 @@ uint32_t Ecm_UpdateRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
 
 uint32_t Ecm_DeleteRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum)
 {
-    char acKey[8] = {'D'};
-    memcpy(acKey + 1, &pstTable->uiTableId, sizeof(uint32_t));
-    EcmStmtUse stUse(Ecm_Stmt(pstDb, std::string_view(acKey, 5), DeleteSql, pstTable));
+    char acKey[8];
+    EcmStmtUse stUse(Ecm_Stmt(pstDb, TableShape('D', pstTable->uiTableId, acKey), DeleteSql, pstTable));
     if (stUse.Get() == nullptr) {
         return ECM_ERR_SQL;
     }
@@ -198,9 +204,8 @@ bool RunFixed(EcmDb *pstDb, const char *pcSql)
 /* The last number handed out so far, inside the open transaction; false when the storage fails. */
 bool ReadIndexBase(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint64_t *pulBase)
 {
-    char acKey[8] = {'N'};
-    memcpy(acKey + 1, &pstTable->uiTableId, sizeof(uint32_t));
-    EcmStmtUse stUse(Ecm_Stmt(pstDb, std::string_view(acKey, 5), IndexBaseSql, pstTable));
+    char acKey[8];
+    EcmStmtUse stUse(Ecm_Stmt(pstDb, TableShape('N', pstTable->uiTableId, acKey), IndexBaseSql, pstTable));
     if (stUse.Get() == nullptr || sqlite3_bind_int64(stUse.Get(), 1, pstTable->uiTableId) != SQLITE_OK ||
         sqlite3_step(stUse.Get()) != SQLITE_ROW) {
         return false;
