@@ -70,7 +70,7 @@ bool Exec(sqlite3 *pDb, const std::string &strSql, char *pcErr, size_t ulErrLen)
  * disk when its call returns. */
 bool OpenStorage(EcmDb *pstDb, const char *pcPath, char *pcErr, size_t ulErrLen)
 {
-    int iFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    int iFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;  /* one thread per object */
     if (sqlite3_open_v2(pcPath != nullptr ? pcPath : ":memory:", &pstDb->pDb, iFlags, nullptr) != SQLITE_OK) {
         snprintf(pcErr, ulErrLen, "%s", pstDb->pDb != nullptr ? sqlite3_errmsg(pstDb->pDb) : "out of memory");
         return false;
