@@ -227,6 +227,16 @@ TEST_F(Operators, TextConditionsCompareTheBytes)
     }
 }
 
+TEST_F(Operators, OnlyTheSchemaWidthOfAConditionValueCounts)
+{
+    uint8_t aucValue[4] = {0, 0, 0xFF, 0xFF};  /* a u16 condition followed by stray bytes */
+    uint16_t usPvid = vecPorts[0].usPvid;
+    memcpy(aucValue, &usPvid, 2);
+    Query stQ;
+    stQ.Where(2, ECM_OP_EQ, aucValue, 4);
+    EXPECT_EQ(Model([&](const Port &p) { return p.usPvid == usPvid; }), Ask(stQ));
+}
+
 /* ---- Width of delivered fields ---- */
 
 class SelectWidth : public EcmTest {};
@@ -323,6 +333,22 @@ TEST_F(SortAndLimit, AtMostRecNumRecordsAndNothingPastThem)
     EXPECT_EQ(3u, stQ.stResult.usRecNum);
     EXPECT_EQ(12u, stQ.stResult.uiDataLen);
     EXPECT_EQ(0xEE, stQ.vecBuf[12]);
+}
+
+TEST_F(SortAndLimit, ABufferSmallerThanTheCountAskedForBoundsTheRecords)
+{
+    for (uint32_t i = 1; i <= 5; i++) {
+        Put(pObj, IF_INFO, {{2, i}});
+    }
+    Query stQ;
+    stQ.Select(2);
+    stQ.vecBuf.assign(13, 0xEE);
+    stQ.stResult = {4, 5, 8, 8, stQ.vecBuf.data()};  /* room for two records only */
+    ASSERT_EQ(0u, ECM_CAPI_TPC_SelectAllRecByOrder(pObj, 0, IF_INFO, &stQ.stSort, &stQ.stWhere, &stQ.stSelect,
+                                                   &stQ.stResult));
+    EXPECT_EQ(2u, stQ.stResult.usRecNum);
+    EXPECT_EQ(8u, stQ.stResult.uiDataLen);
+    EXPECT_EQ(0xEE, stQ.vecBuf[8]);
 }
 
 TEST_F(SortAndLimit, NothingFoundLeavesZeroCountAndLength)
