@@ -1,6 +1,5 @@
-/* Lua binding "cfgdb": scripts and tests open, bind, fill, inspect and fault configuration
- * databases. Every argument is checked before anything is changed; Lua errors are raised only
- * where no C++ object with a destructor is alive. */
+/* Lua binding "cfgdb": scripts and tests open, bind, fill, inspect and fault configuration databases.
+ * Checks every argument before changing anything, and raises Lua errors only where no C++ object is alive. */
 #include <lauxlib.h>
 #include <lua.h>
 #include <stdio.h>

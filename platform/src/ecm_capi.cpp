@@ -1,6 +1,5 @@
 /* The client operations of the configuration database (ECM_CAPI_*) over a database object.
- * A result record is the selected fields at their schema widths, back to back, then cut or
- * zero-padded to usRecLen: a lone or last field thus comes in the width its caller asked for. */
+ * Nothing is read, written or filled before the whole request has been checked against the schema. */
 #include <string.h>
 
 #include "ecm_capi.h"
@@ -158,7 +157,8 @@ uint32_t PrepareRead(EcmDb *pstDb, uint32_t uiTableId, const ECM_COND_BLOCK_S *p
     return ECM_OK;
 }
 
-/* Lays the selected columns of the current row at their schema widths into a record of uiRecLen bytes. */
+/* Lays the selected columns of the current row at their schema widths, back to back, into a record
+ * of uiRecLen bytes, cut or zero-padded: a lone or last field so comes in the width asked for. */
 void CopyRecord(sqlite3_stmt *pStmt, const ReadShape *pstShape, uint8_t *pucRec, uint32_t uiRecLen)
 {
     uint32_t uiOffset = 0;

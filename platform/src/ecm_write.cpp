@@ -1,6 +1,5 @@
-/* Writes of a database object: insert, update and delete of one record by its key, the index
- * counters, and the journal of the client's writes. Each write is one SQL statement, so a write
- * that fails changes nothing. */
+/* Writes of a database object: one record by its key, the index counters, the journal of the
+ * client's writes. Each write is one statement or one transaction, so a failed write changes nothing. */
 #include <string.h>
 
 #include "ecm_capi.h"
@@ -51,7 +50,8 @@ std::string UpdateSql(const void *pCtx)
     const WriteShape *pstShape = static_cast<const WriteShape *>(pCtx);
     std::string strSql = std::string("UPDATE ") + pstShape->pstTable->pcName + " SET ";
     for (uint32_t i = 0; i < pstShape->uiSetNum; i++) {
-        strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSet[i]->pcName).append(" = ?").append(std::to_string(i + 1));
+        strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSet[i]->pcName);
+        strSql.append(" = ?").append(std::to_string(i + 1));
     }
     return strSql + KeyWhere(pstShape->pstTable, pstShape->uiSetNum + 1);
 }

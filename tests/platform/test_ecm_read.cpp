@@ -47,7 +47,8 @@ TEST_F(BlockLayout, ConditionBlockBytesSelectOnlyTheRecordWithFieldTwoEqualTo0x1
     ASSERT_EQ(0u, ECM_CAPI_TPC_SelectAllRecByOrder(pObj, 11, IF_INFO, &stSort, &stWhere, &stSelect, &stResult));
 
     memcpy(vecResult.data(), &stResult, sizeof(stResult));
-    EXPECT_EQ(Hex({4, 0, 1, 0, 8, 0, 0, 0, 4, 0, 0, 0}), std::vector<uint8_t>(vecResult.begin(), vecResult.begin() + 12));
+    EXPECT_EQ(Hex({4, 0, 1, 0, 8, 0, 0, 0, 4, 0, 0, 0}),
+              std::vector<uint8_t>(vecResult.begin(), vecResult.begin() + 12));
     EXPECT_EQ(Hex({1, 0, 0, 0, 0, 0, 0, 0}), std::vector<uint8_t>(aucData, aucData + 8));
 }
 
@@ -214,7 +215,8 @@ TEST_F(Operators, TextConditionsCompareTheBytes)
     ASSERT_EQ(ECM_OK, ECM_CTL_Insert(pObj, QINQ_MATCH_SEG, astA, 3));
     ASSERT_EQ(ECM_OK, ECM_CTL_Insert(pObj, QINQ_MATCH_SEG, astB, 3));
     char acValue[64] = "key-b";
-    for (auto [uiOp, uiSeg] : std::vector<std::pair<uint32_t, uint32_t>>{{ECM_OP_EQ, 2}, {ECM_OP_NE, 1}, {ECM_OP_LE, 0}}) {
+    const std::vector<std::pair<uint32_t, uint32_t>> vecCases{{ECM_OP_EQ, 2}, {ECM_OP_NE, 1}, {ECM_OP_LE, 0}};
+    for (auto [uiOp, uiSeg] : vecCases) {
         Query stQ;
         stQ.Where(12, uiOp, acValue, 64).Select(3).Sort(3);
         ASSERT_EQ(0u, stQ.Run(pObj, QINQ_MATCH_SEG, 4, 4));
@@ -251,7 +253,8 @@ TEST_F(SelectWidth, U32FieldIsCutOrZeroExtendedLittleEndian)
     Query stWide;
     stWide.Select(12).Where32(2, ECM_OP_EQ, 9);
     ASSERT_EQ(0u, stWide.Run(pObj, IF_INFO, 8, 1));
-    EXPECT_EQ(Hex({0xD4, 0xC3, 0xB2, 0xA1, 0, 0, 0, 0}), std::vector<uint8_t>(stWide.vecBuf.begin(), stWide.vecBuf.begin() + 8));
+    EXPECT_EQ(Hex({0xD4, 0xC3, 0xB2, 0xA1, 0, 0, 0, 0}),
+              std::vector<uint8_t>(stWide.vecBuf.begin(), stWide.vecBuf.begin() + 8));
 }
 
 TEST_F(SelectWidth, FieldsSitAtSchemaWidthsAndOnlyTheLastIsStretched)
