@@ -1,0 +1,138 @@
+/* Control side of a configuration-database object: open and close it, bind it to a script
+ * state, set up and inspect its tables, read its write journal and inject faults. Never used by the module. */
+#ifndef ECM_CTL_H
+#define ECM_CTL_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* How the client operations of ecm_capi.h behave on these objects:
+ * - A select delivers each selected field at its schema width, back to back, and cuts or
+ *   zero-pads the whole to usRecLen: a lone or last field comes in the width the caller asked
+ *   for (integers little-endian). Records sort by the sort fields, then insertion order.
+ * - Conditions compare the stored value with the condition value read at the field's schema
+ *   width: integers unsigned, text and bitmaps as bytes. Only operators 0, 1, 3, 5 and the
+ *   query mode 6 are accepted; the database identifier of a select is not checked.
+ * - Writes check table, fields, type codes, widths and key before touching anything; a refused
+ *   or failed write changes nothing and is not journaled. Set and delete need the whole key,
+ *   delete nothing but the key; tables without a key take inserts only. */
+
+/* Result codes of the client operations (ECM_CAPI_*) and of the control operations below. */
+#define ECM_OK            0u
+#define ECM_ERR_PARAM     0x101u  /* missing pointer, zero count, bad record length or buffer */
+#define ECM_ERR_TABLE     0x102u  /* table identifier not in the schema */
+#define ECM_ERR_FIELD     0x103u  /* field not in the table, listed twice, or not allowed here */
+#define ECM_ERR_TYPE      0x104u  /* type code or width differs from the schema */
+#define ECM_ERR_KEY       0x105u  /* a key field is missing, or the table has no key */
+#define ECM_ERR_EXISTS    0x106u  /* insert: a record with this key exists */
+#define ECM_ERR_NOTFOUND  0x107u  /* set or delete: no record has this key */
+#define ECM_ERR_OP        0x108u  /* operator code or query mode not supported */
+#define ECM_ERR_RANGE     0x109u  /* value too large for its field, or index numbers exhausted */
+#define ECM_ERR_SQL       0x10Au  /* the storage failed */
+#define ECM_ERR_INJECTED  0x10Bu  /* failure made on purpose by ECM_CTL_FailCall */
+
+/* ---- Schema: one description per table, written once as data ---- */
+
+typedef struct {
+    uint8_t ucFieldNo;
+    uint8_t ucType;         /* ECM_TYPE_* of ecm_capi.h */
+    uint16_t usWidth;       /* bytes */
+    const char *pcName;     /* column name, "f<number>_<meaning>" */
+} ECM_CTL_FIELD_S;
+
+typedef struct {
+    uint32_t uiTableId;
+    const char *pcName;     /* SQL table name */
+    const ECM_CTL_FIELD_S *pstFields;   /* in field-number order */
+    uint32_t uiFieldNum;
+    uint8_t aucKey[2];      /* key field numbers; the record's identity for set and delete */
+    uint32_t uiKeyNum;      /* 0: the table is only read by the module and has no key */
+} ECM_CTL_TABLE_S;
+
+/* Byte fields (text, bitmap) hold raw bytes; the others hold an unsigned integer. */
+int ECM_CTL_IsByteType(uint32_t uiType);
+const ECM_CTL_TABLE_S *ECM_CTL_FindTable(uint32_t uiTableId);
+const ECM_CTL_FIELD_S *ECM_CTL_FindField(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFieldNo);
+/* The schema's tables in identifier order; uiIndex past the end gives null. */
+const ECM_CTL_TABLE_S *ECM_CTL_TableAt(uint32_t uiIndex);
+
+/* ---- Lifetime and binding ---- */
+
+/* Opens a database object over an SQLite file (created when missing, WAL mode, every write
+ * durable on return) or, for a null path, over a private in-memory database. The object owns a
+ * tagged-memory handle of its own. Returns null on failure, with a reason in pcErr. */
+void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
+                   size_t ulErrLen);
+/* Unbinds the object from the state it is bound to, closes the storage and destroys the
+ * memory handle (live blocks stay valid for the leak report). Null does nothing. */
+void ECM_CTL_Close(void *pObj);
+/* Makes pObj the object that ECM_CAPI_GetObjExt(pState) returns; pState is a lua_State.
+ * Close the object or unbind it before the state is closed. */
+void ECM_CTL_Bind(void *pState, void *pObj);
+/* Makes ECM_CAPI_GetObjExt(pState) return null again. */
+void ECM_CTL_Unbind(void *pState);
+
+/* ---- Fault injection ----
+ * ECM_CTL_FailCall(n) makes the n-th next client call on the object fail with ECM_ERR_INJECTED
+ * (1 = the next one); 0 disarms. Counted are the calls that take the object and can fail:
+ * GetCdbID, GetLrVrId, TPC_SelectAllRecByOrder, QueryExist, QueryCount, InsertRecord,
+ * SetRecord, DeleteRecord and ApplyIndex; not GetObjExt or GetSimpleMemHandle, and never the
+ * ECM_CTL_* operations. A failed call writes nothing and fills nothing. Fires once. */
+void ECM_CTL_FailCall(void *pObj, uint32_t uiNth);
+/* MOX_FailAlloc on the object's memory handle. */
+void ECM_CTL_FailAlloc(void *pObj, uint32_t uiNth);
+
+/* ---- Set-up and inspection (not counted, not journaled, never faulted) ---- */
+
+/* One field value: ulNum for integer fields; pucBytes/uiLen for byte fields (shorter values
+ * are zero-padded to the field's width). */
+typedef struct {
+    uint32_t uiFieldNo;
+    uint32_t uiLen;
+    uint64_t ulNum;
+    const uint8_t *pucBytes;
+} ECM_CTL_VAL_S;
+
+/* Inserts a record; fields left out are 0. */
+uint32_t ECM_CTL_Insert(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals, uint32_t uiNum);
+/* Receives one record: every field of the schema in field-number order, byte fields at full width. */
+typedef void (*ECM_CTL_ROW_FN)(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum);
+/* Every record equal to all values of pstWhere, keyed tables in key order, others in insertion order. */
+uint32_t ECM_CTL_Rows(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
+                      ECM_CTL_ROW_FN pfRow, void *pCtx);
+uint32_t ECM_CTL_Count(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
+                       uint64_t *pulCount);
+uint32_t ECM_CTL_Delete(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
+                        uint64_t *pulDeleted);
+/* Text of the last failure of a control operation on the object ("" when none). */
+const char *ECM_CTL_LastError(void *pObj);
+void *ECM_CTL_MemHandle(void *pObj);
+
+/* ---- Journal: the successful writes of the client calls, in call order ---- */
+
+#define ECM_JOURNAL_INSERT 1u
+#define ECM_JOURNAL_SET    2u
+#define ECM_JOURNAL_DELETE 3u
+
+/* Fields in the order the call listed them; text fields cut at their first zero byte. */
+typedef struct {
+    uint32_t uiOp;
+    uint32_t uiTableId;
+    uint32_t uiFlag;
+    uint32_t uiFieldNum;
+    const ECM_CTL_VAL_S *pstFields;
+} ECM_CTL_JOURNAL_S;
+
+uint32_t ECM_CTL_JournalCount(void *pObj);
+/* Entry uiIndex, valid until the journal is cleared or the object closed; 0 when it exists. */
+uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOURNAL_S *pstEntry);
+void ECM_CTL_JournalClear(void *pObj);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,371 @@
+/* Lua binding "cfgdb": scripts and tests open, bind, fill, inspect and fault configuration databases.
+ * Checks every argument before changing anything, and raises Lua errors only where no C++ object is alive. */
+#include <lauxlib.h>
+#include <lua.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <vector>
+
+#include "ecm_capi.h"
+#include "ecm_ctl.h"
+#include "mox_ctl.h"
+
+namespace {
+
+const char *const DB_META = "cfgdb.db";
+constexpr size_t ERR_LEN = 256;
+
+struct DbBox {
+    void *pObj;
+};
+
+void *CheckDb(lua_State *L)
+{
+    DbBox *pstBox = static_cast<DbBox *>(luaL_checkudata(L, 1, DB_META));
+    if (pstBox->pObj == nullptr) {
+        luaL_error(L, "cfgdb: database is closed");
+    }
+    return pstBox->pObj;
+}
+
+lua_State *MainThread(lua_State *L)
+{
+    lua_rawgeti(L, LUA_REGISTRYINDEX, LUA_RIDX_MAINTHREAD);
+    lua_State *pMain = lua_tothread(L, -1);
+    lua_pop(L, 1);
+    return pMain;
+}
+
+const ECM_CTL_TABLE_S *CheckTable(lua_State *L, int iArg)
+{
+    lua_Integer llTid = luaL_checkinteger(L, iArg);
+    const ECM_CTL_TABLE_S *pstTable =
+        (llTid >= 0 && llTid <= 0xFFFFFFFFLL) ? ECM_CTL_FindTable(static_cast<uint32_t>(llTid)) : nullptr;
+    if (pstTable == nullptr) {
+        char acErr[64];
+        snprintf(acErr, sizeof(acErr), "cfgdb: unknown table 0x%08llX", static_cast<unsigned long long>(llTid));
+        luaL_error(L, "%s", acErr);
+    }
+    return pstTable;
+}
+
+/* Reads the value at the top of the stack for one field; false with a reason when it does not fit. */
+bool ReadValue(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_FIELD_S *pstField, ECM_CTL_VAL_S *pstVal,
+               char *pcErr)
+{
+    *pstVal = {pstField->ucFieldNo, 0, 0, nullptr};
+    if (ECM_CTL_IsByteType(pstField->ucType)) {
+        if (lua_type(L, -1) != LUA_TSTRING) {
+            snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants a string, got %s", pstTable->pcName, pstField->pcName,
+                     luaL_typename(L, -1));
+            return false;
+        }
+        size_t ulLen = 0;
+        pstVal->pucBytes = reinterpret_cast<const uint8_t *>(lua_tolstring(L, -1, &ulLen));
+        pstVal->uiLen = static_cast<uint32_t>(ulLen);
+        if (ulLen > pstField->usWidth) {
+            snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s takes at most %u bytes, got %zu", pstTable->pcName,
+                     pstField->pcName, pstField->usWidth, ulLen);
+            return false;
+        }
+        return true;
+    }
+    int iIsInt = 0;
+    lua_Integer llValue = lua_tointegerx(L, -1, &iIsInt);
+    if (!iIsInt || lua_type(L, -1) != LUA_TNUMBER) {
+        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants an integer, got %s", pstTable->pcName, pstField->pcName,
+                 luaL_typename(L, -1));
+        return false;
+    }
+    uint64_t ulMax = (pstField->usWidth >= 8) ? UINT64_MAX : ((1ULL << (8 * pstField->usWidth)) - 1);
+    if (llValue < 0 || static_cast<uint64_t>(llValue) > ulMax) {
+        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s value %lld out of range 0..%llu", pstTable->pcName, pstField->pcName,
+                 static_cast<long long>(llValue), static_cast<unsigned long long>(ulMax));
+        return false;
+    }
+    pstVal->ulNum = static_cast<uint64_t>(llValue);
+    return true;
+}
+
+/* Reads {[field]=value} at iArg (absent or nil: no values) into pstVals; false with a reason. */
+bool ReadFields(lua_State *L, int iArg, const ECM_CTL_TABLE_S *pstTable, std::vector<ECM_CTL_VAL_S> *pvecVals,
+                char *pcErr)
+{
+    if (lua_isnoneornil(L, iArg)) {
+        return true;
+    }
+    if (!lua_istable(L, iArg)) {
+        snprintf(pcErr, ERR_LEN, "cfgdb: fields of %s must be a table, got %s", pstTable->pcName,
+                 luaL_typename(L, iArg));
+        return false;
+    }
+    lua_pushnil(L);
+    while (lua_next(L, iArg) != 0) {
+        int iIsInt = 0;
+        lua_Integer llField = (lua_type(L, -2) == LUA_TNUMBER) ? lua_tointegerx(L, -2, &iIsInt) : 0;
+        const ECM_CTL_FIELD_S *pstField =
+            (iIsInt && llField > 0 && llField < 256) ? ECM_CTL_FindField(pstTable, static_cast<uint32_t>(llField))
+                                                     : nullptr;
+        if (pstField == nullptr) {
+            snprintf(pcErr, ERR_LEN, "cfgdb: %s has no field %s", pstTable->pcName,
+                     lua_type(L, -2) == LUA_TNUMBER ? lua_tostring(L, -2) : luaL_typename(L, -2));
+            lua_pop(L, 2);
+            return false;
+        }
+        ECM_CTL_VAL_S stVal;
+        if (!ReadValue(L, pstTable, pstField, &stVal, pcErr)) {
+            lua_pop(L, 2);
+            return false;
+        }
+        pvecVals->push_back(stVal);
+        lua_pop(L, 1);
+    }
+    return true;
+}
+
+void PushValue(lua_State *L, const ECM_CTL_FIELD_S *pstField, const ECM_CTL_VAL_S *pstVal)
+{
+    if (!ECM_CTL_IsByteType(pstField->ucType)) {
+        lua_pushinteger(L, static_cast<lua_Integer>(pstVal->ulNum));
+        return;
+    }
+    size_t ulLen = pstVal->uiLen;
+    if (pstField->ucType == ECM_TYPE_TEXT && pstVal->pucBytes != nullptr) {
+        ulLen = strnlen(reinterpret_cast<const char *>(pstVal->pucBytes), ulLen);
+    }
+    lua_pushlstring(L, reinterpret_cast<const char *>(pstVal->pucBytes), pstVal->pucBytes != nullptr ? ulLen : 0);
+}
+
+/* Pushes {[field]=value} of a list of values of one table. */
+void PushFields(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_VAL_S *pstVals, uint32_t uiNum)
+{
+    lua_createtable(L, 0, static_cast<int>(uiNum));
+    for (uint32_t i = 0; i < uiNum; i++) {
+        PushValue(L, ECM_CTL_FindField(pstTable, pstVals[i].uiFieldNo), &pstVals[i]);
+        lua_rawseti(L, -2, pstVals[i].uiFieldNo);
+    }
+}
+
+struct RowsCtx {
+    lua_State *L;
+    const ECM_CTL_TABLE_S *pstTable;
+    lua_Integer llCount;
+};
+
+void OnRow(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum)
+{
+    RowsCtx *pstCtx = static_cast<RowsCtx *>(pCtx);
+    PushFields(pstCtx->L, pstCtx->pstTable, pstFields, uiNum);
+    lua_rawseti(pstCtx->L, -2, ++pstCtx->llCount);
+}
+
+/* Which control operation a filtered call runs. */
+enum CtlOp { CTL_INSERT, CTL_ROWS, CTL_COUNT, CTL_DELETE };
+
+/* Runs one control operation with the fields at argument 3; the result (if any) is pushed. */
+bool RunCtl(lua_State *L, void *pObj, CtlOp eOp, const ECM_CTL_TABLE_S *pstTable, char *pcErr)
+{
+    std::vector<ECM_CTL_VAL_S> vecVals;
+    if (!ReadFields(L, 3, pstTable, &vecVals, pcErr)) {
+        return false;
+    }
+    uint32_t uiNum = static_cast<uint32_t>(vecVals.size());
+    uint64_t ulCount = 0;
+    uint32_t uiRet = ECM_OK;
+    if (eOp == CTL_INSERT) {
+        uiRet = ECM_CTL_Insert(pObj, pstTable->uiTableId, vecVals.data(), uiNum);
+    } else if (eOp == CTL_ROWS) {
+        lua_newtable(L);
+        RowsCtx stCtx{L, pstTable, 0};
+        uiRet = ECM_CTL_Rows(pObj, pstTable->uiTableId, vecVals.data(), uiNum, OnRow, &stCtx);
+    } else {
+        uiRet = (eOp == CTL_COUNT) ? ECM_CTL_Count(pObj, pstTable->uiTableId, vecVals.data(), uiNum, &ulCount)
+                                   : ECM_CTL_Delete(pObj, pstTable->uiTableId, vecVals.data(), uiNum, &ulCount);
+        lua_pushinteger(L, static_cast<lua_Integer>(ulCount));
+    }
+    if (uiRet != ECM_OK) {
+        snprintf(pcErr, ERR_LEN, "cfgdb: %s: %s (code 0x%X)", pstTable->pcName, ECM_CTL_LastError(pObj), uiRet);
+        return false;
+    }
+    return true;
+}
+
+int CtlEntry(lua_State *L, CtlOp eOp)
+{
+    void *pObj = CheckDb(L);
+    const ECM_CTL_TABLE_S *pstTable = CheckTable(L, 2);
+    char acErr[ERR_LEN];
+    int iTop = lua_gettop(L);
+    if (!RunCtl(L, pObj, eOp, pstTable, acErr)) {
+        return luaL_error(L, "%s", acErr);
+    }
+    return lua_gettop(L) - iTop;
+}
+
+/* ---- Methods ---- */
+
+int DbInsert(lua_State *L) { return CtlEntry(L, CTL_INSERT); }
+int DbRows(lua_State *L) { return CtlEntry(L, CTL_ROWS); }
+int DbCount(lua_State *L) { return CtlEntry(L, CTL_COUNT); }
+int DbDelete(lua_State *L) { return CtlEntry(L, CTL_DELETE); }
+
+int DbBind(lua_State *L)
+{
+    ECM_CTL_Bind(MainThread(L), CheckDb(L));
+    return 0;
+}
+
+int DbClose(lua_State *L)
+{
+    DbBox *pstBox = static_cast<DbBox *>(luaL_checkudata(L, 1, DB_META));
+    ECM_CTL_Close(pstBox->pObj);
+    pstBox->pObj = nullptr;
+    return 0;
+}
+
+uint32_t CheckCount(lua_State *L)
+{
+    lua_Integer llN = luaL_checkinteger(L, 2);
+    luaL_argcheck(L, llN >= 0 && llN <= 0xFFFFFFFFLL, 2, "count out of range");
+    return static_cast<uint32_t>(llN);
+}
+
+int DbFailAlloc(lua_State *L)
+{
+    void *pObj = CheckDb(L);
+    ECM_CTL_FailAlloc(pObj, CheckCount(L));
+    return 0;
+}
+
+int DbFailCall(lua_State *L)
+{
+    void *pObj = CheckDb(L);
+    ECM_CTL_FailCall(pObj, CheckCount(L));
+    return 0;
+}
+
+void SetInt(lua_State *L, const char *pcKey, uint64_t ulValue)
+{
+    lua_pushinteger(L, static_cast<lua_Integer>(ulValue));
+    lua_setfield(L, -2, pcKey);
+}
+
+int DbMem(lua_State *L)
+{
+    MOX_STATS_S stStats;
+    MOX_GetStats(ECM_CTL_MemHandle(CheckDb(L)), &stStats);
+    lua_createtable(L, 0, 5);
+    SetInt(L, "live", stStats.ulLiveBlocks);
+    SetInt(L, "live_bytes", stStats.ulLiveBytes);
+    SetInt(L, "peak", stStats.ulPeakBytes);
+    SetInt(L, "total", stStats.ulTotalAllocs);
+    SetInt(L, "asserts", stStats.ulAsserts);
+    return 1;
+}
+
+int DbJournal(lua_State *L)
+{
+    static const char *const apcOps[] = {"?", "insert", "set", "delete"};
+    void *pObj = CheckDb(L);
+    uint32_t uiNum = ECM_CTL_JournalCount(pObj);
+    lua_createtable(L, static_cast<int>(uiNum), 0);
+    for (uint32_t i = 0; i < uiNum; i++) {
+        ECM_CTL_JOURNAL_S stEntry;
+        ECM_CTL_JournalGet(pObj, i, &stEntry);
+        lua_createtable(L, 0, 4);
+        lua_pushstring(L, apcOps[stEntry.uiOp <= ECM_JOURNAL_DELETE ? stEntry.uiOp : 0]);
+        lua_setfield(L, -2, "op");
+        SetInt(L, "table", stEntry.uiTableId);
+        SetInt(L, "flag", stEntry.uiFlag);
+        PushFields(L, ECM_CTL_FindTable(stEntry.uiTableId), stEntry.pstFields, stEntry.uiFieldNum);
+        lua_setfield(L, -2, "fields");
+        lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
+    }
+    ECM_CTL_JournalClear(pObj);
+    return 1;
+}
+
+int DbGc(lua_State *L)
+{
+    return DbClose(L);
+}
+
+int DbToString(lua_State *L)
+{
+    DbBox *pstBox = static_cast<DbBox *>(luaL_checkudata(L, 1, DB_META));
+    lua_pushfstring(L, "cfgdb.db (%s)", pstBox->pObj != nullptr ? "open" : "closed");
+    return 1;
+}
+
+/* ---- Module functions ---- */
+
+uint32_t OptId(lua_State *L, int iOpts, const char *pcKey)
+{
+    if (iOpts == 0) {
+        return 0;
+    }
+    lua_getfield(L, iOpts, pcKey);
+    int iIsInt = 0;
+    lua_Integer llValue = lua_tointegerx(L, -1, &iIsInt);
+    bool bNil = lua_isnil(L, -1);
+    lua_pop(L, 1);
+    if (bNil) {
+        return 0;
+    }
+    if (!iIsInt || llValue < 0 || llValue > 0xFFFFFFFFLL) {
+        luaL_error(L, "cfgdb.open: option %s must be an integer in 0..4294967295", pcKey);
+    }
+    return static_cast<uint32_t>(llValue);
+}
+
+int Open(lua_State *L)
+{
+    int iOpts = lua_istable(L, 1) ? 1 : (lua_istable(L, 2) ? 2 : 0);
+    const char *pcPath = (iOpts == 1 || lua_isnoneornil(L, 1)) ? nullptr : luaL_checkstring(L, 1);
+    if (iOpts == 0 && !lua_isnoneornil(L, 2)) {
+        luaL_typeerror(L, 2, "table of options");
+    }
+    uint32_t uiVr = OptId(L, iOpts, "vr");
+    uint32_t uiLr = OptId(L, iOpts, "lr");
+    uint32_t uiCdb = OptId(L, iOpts, "cdb");
+    DbBox *pstBox = static_cast<DbBox *>(lua_newuserdatauv(L, sizeof(DbBox), 0));
+    pstBox->pObj = nullptr;
+    luaL_setmetatable(L, DB_META);
+    char acErr[ERR_LEN];
+    pstBox->pObj = ECM_CTL_Open(pcPath, uiLr, uiVr, uiCdb, acErr, sizeof(acErr));
+    if (pstBox->pObj == nullptr) {
+        return luaL_error(L, "cfgdb.open: %s: %s", pcPath != nullptr ? pcPath : ":memory:", acErr);
+    }
+    return 1;
+}
+
+int Unbind(lua_State *L)
+{
+    ECM_CTL_Unbind(MainThread(L));
+    return 0;
+}
+
+const luaL_Reg g_astMethods[] = {
+    {"bind", DbBind},       {"close", DbClose},     {"insert", DbInsert},        {"rows", DbRows},
+    {"count", DbCount},     {"delete", DbDelete},   {"journal", DbJournal},      {"mem", DbMem},
+    {"fail_alloc", DbFailAlloc}, {"fail_call", DbFailCall}, {nullptr, nullptr}};
+
+const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {nullptr, nullptr}};
+
+}  // namespace
+
+extern "C" int luaopen_cfgdb(lua_State *L)
+{
+    if (luaL_newmetatable(L, DB_META)) {
+        luaL_newlib(L, g_astMethods);
+        lua_setfield(L, -2, "__index");
+        lua_pushcfunction(L, DbGc);
+        lua_setfield(L, -2, "__gc");
+        lua_pushcfunction(L, DbToString);
+        lua_setfield(L, -2, "__tostring");
+    }
+    lua_pop(L, 1);
+    luaL_newlib(L, g_astFuncs);
+    return 1;
+}

@@ -1,0 +1,101 @@
+/* The database object behind the opaque pObj of the client: an SQLite connection with its
+ * statement cache, ids, journal and armed faults. Private to the platform's ecm_* files. */
+#ifndef ECM_DB_H
+#define ECM_DB_H
+
+#include <sqlite3.h>
+#include <stdint.h>
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "ecm_ctl.h"
+
+struct EcmIndexDef {
+    uint32_t uiTableId;
+    uint8_t aucFields[3];
+    uint8_t ucNum;
+};
+const EcmIndexDef *Ecm_IndexAt(uint32_t uiIndex);
+
+struct EcmKeyHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view sv) const { return std::hash<std::string_view>{}(sv); }
+};
+using EcmStmtMap = std::unordered_map<std::string, sqlite3_stmt *, EcmKeyHash, std::equal_to<>>;
+
+/* One journaled write; byte values live in strBytes, at the offsets of auiOffset. */
+struct EcmJournalEntry {
+    uint32_t uiOp;
+    uint32_t uiTableId;
+    uint32_t uiFlag;
+    std::vector<ECM_CTL_VAL_S> vecVals;
+    std::vector<uint32_t> vecOffsets;
+    std::string strBytes;
+};
+
+struct EcmDb {
+    sqlite3 *pDb = nullptr;
+    void *pMem = nullptr;
+    uint32_t uiLrId = 0;
+    uint32_t uiVrId = 0;
+    uint32_t uiCdbId = 0;
+    uint32_t uiFailCallIn = 0;      /* counts down to the call that fails; 0 = disarmed */
+    void *pBoundState = nullptr;
+    EcmStmtMap mapStmts;
+    std::string strLastKey;         /* the shape asked for last: probes repeat one shape */
+    sqlite3_stmt *pLastStmt = nullptr;
+    std::vector<EcmJournalEntry> vecJournal;
+    std::string strLastError;
+};
+
+/* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
+ * all of its parameters, so old bindings need no clearing. */
+class EcmStmtUse {
+public:
+    explicit EcmStmtUse(sqlite3_stmt *pStmt) : m_pStmt(pStmt) {}
+    ~EcmStmtUse()
+    {
+        if (m_pStmt != nullptr) {
+            sqlite3_reset(m_pStmt);
+        }
+    }
+    EcmStmtUse(const EcmStmtUse &) = delete;
+    EcmStmtUse &operator=(const EcmStmtUse &) = delete;
+    sqlite3_stmt *Get() const { return m_pStmt; }
+private:
+    sqlite3_stmt *m_pStmt;
+};
+
+/* The cached statement of a shape key, prepared from pfSql(pCtx) the first time; null on failure. */
+sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx);
+/* Counts a client call and answers whether it is the one armed to fail. */
+bool Ecm_TripFault(EcmDb *pstDb);
+
+/* ---- Values ---- */
+uint64_t Ecm_ReadLe(const uint8_t *pucSrc, uint32_t uiWidth);
+void Ecm_WriteLe(uint8_t *pucDst, uint32_t uiWidth, uint64_t ulValue);
+/* Writes column iCol of the current row as the field's bytes at schema width into pucDst. */
+void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst);
+/* Binds a value given as the field's bytes at schema width (integers little-endian). */
+int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue);
+
+/* ---- Writes shared by the client and the control side ---- */
+
+/* One field of a write, its bytes at schema width. */
+struct EcmWriteVal {
+    const ECM_CTL_FIELD_S *pstField;
+    const uint8_t *pucValue;
+};
+uint32_t Ecm_InsertRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
+uint32_t Ecm_UpdateRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
+uint32_t Ecm_DeleteRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
+/* Hands out uiCount consecutive numbers of the table's counter; the first goes to *puiFirst. */
+uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t uiCount, uint32_t *puiFirst);
+
+void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFlag, const EcmWriteVal *pstVals,
+                 uint32_t uiNum);
+
+#endif
