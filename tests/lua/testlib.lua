@@ -8,15 +8,12 @@ function M.pack(...)
 end
 
 local function show(v)
-  if type(v) == "string" then
-    return string.format("%q (len %d)", v, #v)
-  end
-  return tostring(v)
+  return type(v) == "string" and string.format("%q (len %d)", v, #v) or tostring(v)
 end
 
-local function render(list)
+local function render(list, n)
   local parts = {}
-  for i = 1, list.n do
+  for i = 1, n do
     parts[i] = show(list[i])
   end
   return "(" .. table.concat(parts, ", ") .. ")"
@@ -28,30 +25,16 @@ function M.eq(got, want, what)
   end
 end
 
-function M.truthy(cond, what)
-  if not cond then
-    error((what or "condition") .. " failed", 2)
-  end
-end
-
--- Checks a packed result list against the wanted values, count included.
--- want is {n = count, ...} (M.pack) or a plain sequence without nils.
+-- A packed result list against the wanted values ({n = ..., ...} or a sequence without nils).
 function M.same(got, want, what)
   local wn = want.n or #want
   local ok = got.n == wn
   for i = 1, math.max(got.n, wn) do
-    if got[i] ~= want[i] or math.type(got[i]) ~= math.type(want[i]) then
-      ok = false
-    end
+    ok = ok and got[i] == want[i] and math.type(got[i]) == math.type(want[i])
   end
   if not ok then
-    error(string.format("%s: got %s, want %s", what or "results", render(got), render({ n = wn, table.unpack(want, 1, wn) })), 2)
+    error(string.format("%s: got %s, want %s", what or "results", render(got, got.n), render(want, wn)), 2)
   end
-end
-
--- The results of f(...) must be exactly the wanted list.
-function M.returns(want, what, f, ...)
-  M.same(M.pack(f(...)), want, what)
 end
 
 local failures, cases = 0, 0
@@ -60,12 +43,8 @@ local failures, cases = 0, 0
 function M.case(name, fn)
   cases = cases + 1
   local ok, err = xpcall(fn, debug.traceback)
-  if ok then
-    print("ok   " .. name)
-  else
-    failures = failures + 1
-    print("FAIL " .. name .. "\n" .. tostring(err))
-  end
+  print((ok and "ok   " or "FAIL ") .. name .. (ok and "" or "\n" .. tostring(err)))
+  failures = failures + (ok and 0 or 1)
 end
 
 -- Ends the script with the number of failed cases as the exit status.
@@ -76,14 +55,9 @@ end
 
 -- No module memory left and no write made by the module since the last check.
 function M.clean(db, what)
-  local mem = db:mem()
-  if mem.live ~= 0 then
-    error(string.format("%s: %d blocks (%d bytes) still live", what or "call", mem.live, mem.live_bytes), 2)
-  end
-  local journal = db:journal()
-  if #journal ~= 0 then
-    error(string.format("%s: %d unexpected writes, first %s on table 0x%08X", what or "call", #journal,
-      journal[1].op, journal[1].table), 2)
+  local mem, journal = db:mem(), db:journal()
+  if mem.live ~= 0 or #journal ~= 0 then
+    error(string.format("%s: %d blocks still live, %d unexpected writes", what or "call", mem.live, #journal), 2)
   end
 end
 
