@@ -1,0 +1,78 @@
+/* Cost of a script call into the module: VLAN_spt_CmdParaCheck("dis", "display") from a Lua
+ * loop against a trivial C function registered through Script_OpenLib the same way and
+ * answering the same two values. Prints both per-call times and their ratio (goal <= 1.5). */
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lua.h>
+#include <lualib.h>
+}
+
+#include "sysdt_spti.h"
+
+namespace {
+
+/* The baseline: the same result shape (0, nil) with no work behind it. */
+uint32_t TrivialScriptFunc(void *pState)
+{
+    SYSDT_SPTI_PushUInt(pState, 0);
+    SYSDT_SPTI_PushNil(pState);
+    return 2;
+}
+
+void Check(lua_State *L, int iRet)
+{
+    if (iRet != LUA_OK) {
+        std::fprintf(stderr, "lua: %s\n", lua_tostring(L, -1));
+        std::exit(1);
+    }
+}
+
+/* Runs `for i = 1, n do f("dis", "display") end` and returns nanoseconds per call. */
+double TimeLoop(lua_State *L, const char *pcFunc, long lCalls)
+{
+    lua_getglobal(L, "run_loop");
+    lua_getglobal(L, pcFunc);
+    lua_pushinteger(L, lCalls);
+    auto start = std::chrono::steady_clock::now();
+    Check(L, lua_pcall(L, 2, 0, 0));
+    std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+    return elapsed.count() / static_cast<double>(lCalls);
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    long lCalls = argc > 1 ? std::atol(argv[1]) : 2000000;
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    Check(L, luaL_dostring(L, "package.cpath = '" VLANLUA_LUA_DIR "/?.so;' .. package.cpath\n"
+                              "module_func = require('libvlanluaext').VLAN_spt_CmdParaCheck\n"
+                              "function run_loop(f, n)\n"
+                              "  for _ = 1, n do f('dis', 'display') end\n"
+                              "end"));
+    const SYSDT_SPT_REG_S astBase[] = {{"Trivial", TrivialScriptFunc}, {nullptr, nullptr}};
+    (void)Script_OpenLib(L, "benchbase", astBase);
+    lua_pop(L, 1);
+    Check(L, luaL_dostring(L, "base_func = benchbase.Trivial"));
+
+    (void)TimeLoop(L, "module_func", lCalls / 10);        /* warm-up */
+    (void)TimeLoop(L, "base_func", lCalls / 10);
+    double dModule = 1e30, dBase = 1e30;
+    for (int i = 0; i < 3; i++) {                          /* best of three, interleaved */
+        double dm = TimeLoop(L, "module_func", lCalls);
+        double db = TimeLoop(L, "base_func", lCalls);
+        dModule = dm < dModule ? dm : dModule;
+        dBase = db < dBase ? db : dBase;
+    }
+    std::printf("calls per loop:                        %ld\n", lCalls);
+    std::printf("VLAN_spt_CmdParaCheck(\"dis\",\"display\"): %8.1f ns/call\n", dModule);
+    std::printf("trivial registered C function:         %8.1f ns/call\n", dBase);
+    std::printf("ratio module / trivial:                %8.2f  (goal <= 1.50)\n", dModule / dBase);
+    lua_close(L);
+    return 0;
+}

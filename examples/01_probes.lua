@@ -1,0 +1,53 @@
+-- Sets up a file database with cfgdb, binds it to this script, and asks the interface probes.
+local cfgdb = require "cfgdb"
+local lib = require "libvlanluaext"
+
+local IF_INFO, L2SUP_CFG, PWSUP_CFG = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
+local FILE = "probes.db"
+for _, suffix in ipairs({ "", "-wal", "-shm" }) do
+  os.remove(FILE .. suffix)
+end
+
+local db = cfgdb.open(FILE, { vr = 7, lr = 1, cdb = 0 })
+db:bind()
+print("database " .. FILE .. " opened for VR 7 and bound to this script")
+
+-- Interface 0x1000 with two sub-interfaces; support configuration on some of them.
+db:insert(IF_INFO, { [2] = 0x1000, [3] = 7, [4] = 1, [12] = 0 })
+db:insert(IF_INFO, { [2] = 0x1001, [3] = 7, [4] = 11, [12] = 0x1000 })
+db:insert(IF_INFO, { [2] = 0x1002, [3] = 7, [4] = 11, [12] = 0x1000 })
+db:insert(L2SUP_CFG, { [1] = 0x1001, [3] = 2 })
+db:insert(L2SUP_CFG, { [1] = 0x1002, [3] = 1 })
+db:insert(PWSUP_CFG, { [1] = 7, [2] = 0x1001, [3] = 2 })
+db:insert(PWSUP_CFG, { [1] = 9, [2] = 0x1002, [3] = 2 })
+print(string.format("IF_INFO %d rows, L2SUP_CFG %d rows, PWSUP_CFG %d rows",
+  db:count(IF_INFO), db:count(L2SUP_CFG), db:count(PWSUP_CFG)))
+
+print("\nmain interface of each sub-interface (result code, main interface):")
+for _, sub in ipairs({ 0x1001, 0x1002, 0x1003 }) do
+  local code, main = lib.VLAN_spt_GetMainifBySubif(sub)
+  print(string.format("  0x%04X -> %d, 0x%04X%s", sub, code, main, main == 0 and "  (no record)" or ""))
+end
+
+print("\nsupport configuration (layer-2 mode 1 means not configured; pseudowire only in VR 7):")
+for _, ifindex in ipairs({ 0x1001, 0x1002, 0x1003 }) do
+  local _, l2 = lib.VLAN_spt_CheckL2SuppExist(ifindex)
+  local _, pw = lib.VLAN_spt_CheckPwSuppExist(ifindex)
+  print(string.format("  0x%04X  layer-2 %s  pseudowire %s", ifindex, l2 == 1 and "yes" or "no ",
+    pw == 1 and "yes" or "no"))
+end
+
+print("\na wrong argument is refused with a lone 1: VLAN_spt_GetMainifBySubif('4097') -> "
+  .. table.concat({ lib.VLAN_spt_GetMainifBySubif("4097") }, ", "))
+local mem = db:mem()
+print(string.format("module memory after the calls: %d live blocks, %d allocations in all", mem.live, mem.total))
+
+cfgdb.unbind()
+db:close()
+print("\nthe database stays in " .. FILE .. "; look at it with:  sqlite3 " .. FILE .. " .tables")
+if os.execute("command -v sqlite3 >/dev/null 2>&1") then
+  print("$ sqlite3 " .. FILE .. " .tables")
+  os.execute("sqlite3 " .. FILE .. " .tables")
+  print("$ sqlite3 -header -column " .. FILE .. " 'SELECT * FROM IF_INFO'")
+  os.execute("sqlite3 -header -column " .. FILE .. " 'SELECT * FROM IF_INFO'")
+end

@@ -1,0 +1,96 @@
+-- The library as a script sees it: what require registers, the command-word check with its
+-- exact messages, and the answers of functions called without a database object.
+local t = require "testlib"
+local lib = require "libvlanluaext"
+
+local function noDbText(cname)
+  return "\n" .. cname .. ":call ECM_CAPI_GetObjExt ERR\n\0"
+end
+
+-- Every registered name with its answer when the script state has no database object (the
+-- bitmap functions use none and answer an empty call as rejected arguments). The real
+-- functions answer a call without arguments the same way.
+local NO_DB = {
+  VLAN_spt_CheckL2SuppExist = { 1 }, VLAN_spt_CheckPwSuppExist = { 1 }, VLAN_spt_GetMainifBySubif = { 1 },
+  VLAN_spt_Merg2BitMap = { 1 }, VLAN_spt_And2BitMap = { 1 }, VLAN_spt_GetFirstFreeValue = { 1 },
+  VLAN_spt_CrtCtrlVidBitMap = { 1 }, VLAN_spt_UpdataCtrlVidBitMap = { 1 }, VLAN_spt_QinQMatchMerge = { 1 },
+  VLAN_spt_Dot1QMatchMerge = { 1 }, VLAN_spt_UpdataQinQIfSpec = { 1 }, VLAN_spt_CheckVlanUsdByPort = { 1 },
+  VLAN_spt_UserVlanDot1qExist = { 1, noDbText("VLANLUA_Spt_UserVlanDot1qExist") },
+  VLAN_spt_UserVlanQinqExist = { 1, noDbText("VLANLUA_Spt_UserVlanQinqExist") },
+  VLAN_spt_UserVlanMibQuery = { n = 3, 1, nil, noDbText("VLANLUA_Spt_UserVlanMibQuery") },
+  VLAN_spt_SetUserVlanQinQSvc = { n = 5, 1, nil, noDbText("VLANLUA_Spt_SetUserVlanQinQSvc"), nil, nil },
+  VLAN_spt_GetNextQinQMibQuery = { n = 2, 1, nil },
+  VLAN_spt_CmdParaCheck = { 1, "\nVLANLUA_Spt_CmdParaCheck:uiParamNum ERR, uiParamNum=0\n\0" },
+}
+
+-- Functions still answered by their stand-in, which ignores its arguments: these are also
+-- called with arguments a real function would accept. Remove a name when it becomes real.
+local STAND_INS = {
+  "VLAN_spt_Merg2BitMap", "VLAN_spt_And2BitMap", "VLAN_spt_GetFirstFreeValue",
+  "VLAN_spt_CrtCtrlVidBitMap", "VLAN_spt_UpdataCtrlVidBitMap", "VLAN_spt_QinQMatchMerge",
+  "VLAN_spt_Dot1QMatchMerge", "VLAN_spt_UserVlanMibQuery", "VLAN_spt_UserVlanDot1qExist",
+  "VLAN_spt_UserVlanQinqExist", "VLAN_spt_SetUserVlanQinQSvc", "VLAN_spt_GetNextQinQMibQuery",
+  "VLAN_spt_UpdataQinQIfSpec", "VLAN_spt_CheckVlanUsdByPort",
+}
+
+local function check(want, ...)
+  local args = t.pack(...)
+  t.same(t.pack(lib.VLAN_spt_CmdParaCheck(...)), want, "arguments " .. tostring(args[1]) .. ", " .. tostring(args[2]))
+end
+
+t.case("require returns the library table, also the global libvlanluaext", function()
+  t.eq(type(lib), "table", "type of require's result")
+  t.eq(rawequal(_G.libvlanluaext, lib), true, "global is require's table")
+end)
+
+t.case("exactly the eighteen script functions are registered", function()
+  local count = 0
+  for name, fn in pairs(lib) do
+    count = count + 1
+    t.eq(NO_DB[name] ~= nil and type(fn), "function", "registered entry " .. tostring(name))
+  end
+  t.eq(count, 18, "registered names")
+  t.eq(lib.VLANLUA_Spt_CmdParaCheck, nil, "the C name is not a script name")
+end)
+
+t.case("a word matches exactly the keywords it is a prefix of, byte for byte", function()
+  for _, c in ipairs({ { "dis", "display" }, { "display", "display" }, { "", "display" }, { "", "" } }) do
+    check({ n = 2, 0, nil }, c[1], c[2])
+  end
+  for _, c in ipairs({ { "display", "dis" }, { "dix", "display" }, { "D", "display" }, { "x", "" },
+                       { "displaz", "display" } }) do
+    check({ n = 2, 1, nil }, c[1], c[2])
+  end
+end)
+
+t.case("a wrong count is reported with the count, the text pushed with its zero byte", function()
+  local r = t.pack(lib.VLAN_spt_CmdParaCheck("a", "b", "c"))
+  t.eq(#r[2], 56, "pushed length for three strings")
+  t.same(r, { 1, "\nVLANLUA_Spt_CmdParaCheck:uiParamNum ERR, uiParamNum=3\n\0" }, "three strings")
+  check({ 1, "\nVLANLUA_Spt_CmdParaCheck:uiParamNum ERR, uiParamNum=1\n\0" }, "dis")
+end)
+
+t.case("a non-string at either position is rejected, even a convertible number", function()
+  local want = { 1, "\nVLANLUA_Spt_CmdParaCheck:PARA  not string\n\0" }
+  t.eq(#t.pack(lib.VLAN_spt_CmdParaCheck(5, "display"))[2], 44, "pushed length for a number first")
+  check(want, 5, "display")
+  check(want, "5", 5)
+  check(want, true, "display")
+  check(want, "dis", nil)
+  check({ n = 2, 0, nil }, "dis", "display")   -- no text is carried over to the next call
+end)
+
+t.case("every function answers its no-database variant when called with nothing", function()
+  for name, want in pairs(NO_DB) do
+    t.same(t.pack(lib[name]()), want, name)
+  end
+end)
+
+t.case("stand-ins answer the no-database variant whatever the arguments", function()
+  for _, name in ipairs(STAND_INS) do
+    t.same(t.pack(lib[name]({ 1, 2 }, { 3, 4 })), NO_DB[name], name .. " with tables")
+    t.same(t.pack(lib[name](1, 2, 3, true)), NO_DB[name], name .. " with numbers")
+  end
+end)
+
+t.finish()

@@ -1,0 +1,107 @@
+-- The interface probes against a bound database: which main interface a sub-interface has,
+-- whether layer-2 or pseudowire support is configured, argument refusal, and every injected
+-- allocation or client-call failure ending in the documented answer without a leak.
+local t = require "testlib"
+local cfgdb = require "cfgdb"
+local lib = require "libvlanluaext"
+
+local IF_INFO, L2SUP_CFG, PWSUP_CFG = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
+local OWN_VR, OWN_LR = 7, 8      -- distinct, so a probe that reads the wrong one of the two shows
+local mainif, l2sup, pwsup = lib.VLAN_spt_GetMainifBySubif, lib.VLAN_spt_CheckL2SuppExist,
+  lib.VLAN_spt_CheckPwSuppExist
+local YES, NO = { n = 3, 0, 1, nil }, { n = 3, 0, 0, nil }
+
+local db = cfgdb.open(nil, { vr = OWN_VR, lr = OWN_LR, cdb = 0 })
+db:bind()
+db:insert(IF_INFO, { [2] = 0x1001, [3] = OWN_VR, [4] = 1, [12] = 0x1000 })
+db:insert(IF_INFO, { [2] = 0x2001, [3] = OWN_VR, [4] = 1, [12] = 0x2000 })
+db:insert(IF_INFO, { [2] = 0xFFFFFFFF, [3] = OWN_VR, [4] = 1, [12] = 0xFFFFFFFE })
+db:insert(L2SUP_CFG, { [1] = 10, [3] = 1 })
+db:insert(L2SUP_CFG, { [1] = 11, [3] = 2 })
+db:insert(L2SUP_CFG, { [1] = 12, [3] = 0 })
+db:insert(PWSUP_CFG, { [1] = OWN_VR, [2] = 20, [3] = 2 })
+db:insert(PWSUP_CFG, { [1] = OWN_VR, [2] = 21, [3] = 1 })
+db:insert(PWSUP_CFG, { [1] = OWN_LR, [2] = 22, [3] = 2 })   -- configured, but in another VR
+db:insert(PWSUP_CFG, { [1] = 99, [2] = OWN_VR, [3] = 2 })   -- interface index equal to the own VR
+
+-- The results of one call, which must leave no module memory and make no write.
+local function expect(want, what, f, ...)
+  t.same(t.pack(f(...)), want, what)
+  t.clean(db, what)
+end
+
+t.case("a sub-interface gives its main interface, or 0 and 0 without a record", function()
+  expect({ 0, 0x1000 }, "0x1001", mainif, 0x1001)
+  expect({ 0, 0x2000 }, "0x2001", mainif, 0x2001)
+  expect({ 0, 0 }, "0x3001", mainif, 0x3001)
+  expect({ 0, 0 }, "a main interface is not a sub-interface", mainif, 0x1000)
+  expect({ 0, 0xFFFFFFFE }, "-1 read as the all-ones index", mainif, -1)
+end)
+
+t.case("layer-2 support counts as configured for every mode but 1", function()
+  expect(NO, "mode 1", l2sup, 10)
+  expect(YES, "mode 2", l2sup, 11)
+  expect(YES, "mode 0", l2sup, 12)
+  expect(NO, "no record", l2sup, 13)
+end)
+
+t.case("pseudowire support is seen only in the database object's own VR", function()
+  expect(YES, "own VR, mode 2", pwsup, 20)
+  expect(NO, "own VR, mode 1", pwsup, 21)
+  expect(NO, "record of the VR equal to the LR id", pwsup, 22)
+  expect(NO, "interface index equal to the VR", pwsup, OWN_VR)
+  local other = cfgdb.open(nil, { vr = OWN_LR, lr = OWN_VR, cdb = 0 })
+  other:insert(PWSUP_CFG, { [1] = OWN_LR, [2] = 22, [3] = 2 })
+  other:bind()
+  local r = t.pack(pwsup(22))
+  db:bind()
+  other:close()
+  t.same(r, YES, "the same record seen from an object of its VR")
+end)
+
+t.case("a wrong argument count or type, or no database object, gives a lone 1", function()
+  local bad = { { n = 0 }, { n = 2, 0x1001, 1 }, { n = 1, "4097" }, { n = 1, true }, { n = 1, nil } }
+  for name, f in pairs({ mainif = mainif, l2sup = l2sup, pwsup = pwsup }) do
+    for i, args in ipairs(bad) do
+      expect({ 1 }, name .. " argument set " .. i, f, table.unpack(args, 1, args.n))
+    end
+    cfgdb.unbind()
+    local r = t.pack(f(0x1001))
+    db:bind()
+    t.same(r, { 1 }, name .. " without a database object")
+  end
+end)
+
+-- Failure sweeps: the n-th allocation (or client call) of a call fails, for n = 1, 2, ...
+-- until the fault lies beyond the call. The client calls of a probe, in order: (pseudowire
+-- only: the VR lookup,) the database identifier, whose failure is ignored, then the select.
+local PROBES = {
+  { "main interface", mainif, 0x1001, { 0, 0x1000 }, { 1, 0 }, { "clean", "fail" } },
+  { "layer-2 support", l2sup, 11, YES, NO, { "clean", "fail" } },
+  { "pseudowire support", pwsup, 20, YES, NO, { "fail", "clean", "fail" } },
+}
+
+local function sweep(arm, name, f, arg, good, failed, outcomes)
+  for n = 1, #outcomes + 1 do
+    arm(db, n)
+    local r = t.pack(f(arg))
+    arm(db, 0)
+    local what = string.format("%s with failure %d", name, n)
+    t.same(r, outcomes[n] == "fail" and failed or good, what)
+    t.clean(db, what)
+  end
+end
+
+t.case("each failed allocation (record set, result buffer) gives the failure answer", function()
+  for _, p in ipairs(PROBES) do
+    sweep(db.fail_alloc, p[1], p[2], p[3], p[4], p[5], { "fail", "fail" })
+  end
+end)
+
+t.case("each failed client call gives the failure answer, or the clean one where ignored", function()
+  for _, p in ipairs(PROBES) do
+    sweep(db.fail_call, table.unpack(p))
+  end
+end)
+
+t.finish()

@@ -1,0 +1,105 @@
+/* The record set: the exact bytes of the blocks it hands to the database, packing of the
+ * selected fields, and that its memory goes back on every path, failed ones included. */
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "vlanlua_db.h"
+#include "vlanlua_test_db.h"
+
+namespace {
+
+constexpr uint32_t kIfInfo = 0x083606C0u;
+
+class RecordSet : public VlanLuaDbTest {
+protected:
+    VLANLUA_RECORDSET_S *pstRs = nullptr;
+
+    void SetUp() override
+    {
+        VlanLuaDbTest::SetUp();
+        Lua("db:insert(0x083606C0, {[2] = 0xBBAA, [3] = 5, [12] = 0x11223344})");
+        pstRs = VLANLUA_RecordSet_New(pObj, kIfInfo);
+        ASSERT_NE(pstRs, nullptr);
+    }
+    void TearDown() override
+    {
+        VLANLUA_RecordSet_Delete(pstRs);
+        VlanLuaDbTest::TearDown();
+    }
+};
+
+std::vector<uint8_t> Bytes(const void *p, size_t ulLen)
+{
+    const auto *puc = static_cast<const uint8_t *>(p);
+    return std::vector<uint8_t>(puc, puc + ulLen);
+}
+
+}  // namespace
+
+TEST_F(RecordSet, WorkedExampleConditionAndSelectionBytes)
+{
+    uint32_t uiValue = 0x105;
+    VLANLUA_RecordSet_SelectField(pstRs, 12, 4);
+    ASSERT_EQ(VLANLUA_RecordSet_Where(pstRs, 0, 2, &uiValue, 4), 0u);
+    std::vector<uint8_t> want = {1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 5, 1, 0, 0};
+    want.resize(4 + 264, 0);
+    EXPECT_EQ(Bytes(pstRs->pstWhere, want.size()), want);
+    std::vector<uint8_t> wantSel(sizeof(ECM_SELECT_S), 0);
+    wantSel[0] = 1;
+    wantSel[4] = 12;
+    EXPECT_EQ(Bytes(pstRs->pstSelect, wantSel.size()), wantSel);
+    EXPECT_EQ(pstRs->stResult.usRecLen, 4);
+}
+
+TEST_F(RecordSet, OversizedValueIsRefusedWithoutCounting)
+{
+    uint8_t aucBig[300] = {0x77};
+    EXPECT_NE(VLANLUA_RecordSet_Where(pstRs, 0, 2, aucBig, sizeof(aucBig)), 0u);
+    EXPECT_EQ(pstRs->stWhere.usCondNum, 0);
+    uint32_t uiValue = 9;                   /* the next condition takes the first place */
+    EXPECT_EQ(VLANLUA_RecordSet_Where(pstRs, 1, 3, &uiValue, 4), 0u);
+    EXPECT_EQ(pstRs->stWhere.usCondNum, 1);
+    EXPECT_EQ(Bytes(&pstRs->stWhere.astCond[0], 12), (std::vector<uint8_t>{3, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0}));
+}
+
+TEST_F(RecordSet, SelectedFieldsArePackedInSelectionOrderAndWidth)
+{
+    VLANLUA_RecordSet_SelectField(pstRs, 12, 4);
+    VLANLUA_RecordSet_SelectField(pstRs, 2, 2);
+    uint64_t ulBytesBefore = Stats().ulLiveBytes;
+    ASSERT_EQ(VLANLUA_RecordSet_QueryFld(pstRs, 1), 0u);
+    EXPECT_EQ(Stats().ulLiveBytes - ulBytesBefore, 6u) << "buffer of record length x count";
+    EXPECT_EQ(pstRs->stResult.usRecLen, 6);
+    EXPECT_EQ(VLANLUA_RecordSet_GetRecordNum(pstRs), 1);
+    EXPECT_EQ(VLANLUA_RecordSet_GetDataNum(pstRs), 6u);
+    EXPECT_EQ(Bytes(VLANLUA_RecordSet_GetDataBuff(pstRs), 6), (std::vector<uint8_t>{0x44, 0x33, 0x22, 0x11, 0xAA, 0xBB}));
+}
+
+TEST_F(RecordSet, QueryFindingNothingStillOwnsABufferThatDeleteFrees)
+{
+    uint32_t uiMissing = 2;
+    VLANLUA_RecordSet_SelectField(pstRs, 12, 4);
+    VLANLUA_RecordSet_Where(pstRs, 0, 2, &uiMissing, 4);
+    ASSERT_EQ(VLANLUA_RecordSet_QueryFld(pstRs, 1), 0u);
+    EXPECT_EQ(VLANLUA_RecordSet_GetDataNum(pstRs), 0u);
+    EXPECT_EQ(VLANLUA_RecordSet_GetRecordNum(pstRs), 0);
+    EXPECT_NE(VLANLUA_RecordSet_GetDataBuff(pstRs), nullptr);
+    EXPECT_EQ(Stats().ulLiveBlocks, 2u);
+    VLANLUA_RecordSet_Delete(pstRs);
+    pstRs = nullptr;
+    EXPECT_EQ(Stats().ulLiveBlocks, 0u);
+}
+
+TEST_F(RecordSet, FailedAllocationsLeaveNothingBehind)
+{
+    void *pHandle = ECM_CAPI_GetSimpleMemHandle(pObj);
+    MOX_FailAlloc(pHandle, 1);
+    EXPECT_EQ(VLANLUA_RecordSet_New(pObj, kIfInfo), nullptr);
+    VLANLUA_RecordSet_SelectField(pstRs, 12, 4);
+    MOX_FailAlloc(pHandle, 1);
+    EXPECT_EQ(VLANLUA_RecordSet_QueryFld(pstRs, 1), 1u) << "no buffer: the set stays valid for Delete";
+    EXPECT_EQ(VLANLUA_RecordSet_GetDataBuff(pstRs), nullptr);
+    EXPECT_EQ(Stats().ulLiveBlocks, 1u);
+}
