@@ -1,6 +1,5 @@
 -- The bitmap script functions from stock Lua: union and intersection of byte tables, the first
--- free VLAN, refused tables, and random tables against a per-VLAN set model. No database is
--- opened: these functions must work without one.
+-- free VLAN and refused tables. No database is opened: these functions must work without one.
 local t = require "testlib"
 local lib = require "libvlanluaext"
 
@@ -75,52 +74,6 @@ t.case("VLAN 4095 is never free and never makes a bitmap less full", function()
   t.returns({ 1 }, "1..4095 used", firstfree, full_table(255))
   t.returns({ 0, 4094 }, "4094 free", firstfree, full_table(63))
   t.returns({ 0, 4088 }, "last byte empty", firstfree, full_table(0))
-end)
-
--- Per-VLAN model: the set of VLANs of a byte table.
-local function vlan_set(tbl)
-  local s = {}
-  for i = 1, #tbl do
-    local b = tbl[i] & 0xFF
-    for bit = 0, 7 do
-      if b & (1 << bit) ~= 0 then s[(i - 1) * 8 + bit] = true end
-    end
-  end
-  return s
-end
-
-local function random_table(n, density)
-  local r = {}
-  for i = 1, n do
-    local b = 0
-    for bit = 0, 7 do
-      if math.random() < density then b = b | (1 << bit) end
-    end
-    r[i] = b
-  end
-  return r
-end
-
-t.case("random tables agree with the set model", function()
-  math.randomseed(42)
-  for round = 1, 200 do
-    local na, nb = math.random(1, 512), math.random(1, 512)
-    local a, b = random_table(na, 0.5), random_table(nb, round % 2 == 0 and 0.9 or 0.3)
-    local sa, sb = vlan_set(a), vlan_set(b)
-    local _, u = merge(a, b)
-    local _, x = both(a, b)
-    local su, sx = vlan_set(elems(u, na)), vlan_set(elems(x, na))
-    for v = 0, na * 8 - 1 do
-      t.eq(su[v] == true, (sa[v] or sb[v]) == true, "union VLAN " .. v)
-      t.eq(sx[v] == true, (sa[v] and sb[v]) == true, "intersection VLAN " .. v)
-    end
-    local dense = random_table(512, 0.995)
-    local sd, want = vlan_set(dense), nil
-    for v = 1, 4094 do
-      if not sd[v] then want = v; break end
-    end
-    t.returns(want and { 0, want } or { 1 }, "first free, round " .. round, firstfree, dense)
-  end
 end)
 
 t.case("argument tables are left as they came in", function()
