@@ -5,6 +5,11 @@ local lib = require "libvlanluaext"
 
 local merge, both, firstfree = lib.VLAN_spt_Merg2BitMap, lib.VLAN_spt_And2BitMap, lib.VLAN_spt_GetFirstFreeValue
 
+-- The results of f(...) must be exactly the wanted list.
+local function returns(want, what, f, ...)
+  t.same(t.pack(f(...)), want, what)
+end
+
 local function filled(n, v)
   local r = {}
   for i = 1, n do r[i] = v end
@@ -42,15 +47,15 @@ t.case("elements keep their low 8 bits", function()
 end)
 
 t.case("tables of no element or more than 512 are refused with result 1 alone", function()
-  t.returns({ 1 }, "empty first", merge, {}, { 1 })
-  t.returns({ 1 }, "empty second", merge, { 1 }, {})
-  t.returns({ 1 }, "513 first", merge, filled(513, 1), { 1 })
-  t.returns({ 1 }, "513 second", both, { 1 }, filled(513, 1))
-  t.returns({ 1 }, "not a table", both, 5, { 1 })
-  t.returns({ 1 }, "no argument", merge)
-  t.returns({ 1 }, "empty", firstfree, {})
-  t.returns({ 1 }, "513", firstfree, filled(513, 0))
-  t.returns({ 1 }, "string", firstfree, "abc")
+  returns({ 1 }, "empty first", merge, {}, { 1 })
+  returns({ 1 }, "empty second", merge, { 1 }, {})
+  returns({ 1 }, "513 first", merge, filled(513, 1), { 1 })
+  returns({ 1 }, "513 second", both, { 1 }, filled(513, 1))
+  returns({ 1 }, "not a table", both, 5, { 1 })
+  returns({ 1 }, "no argument", merge)
+  returns({ 1 }, "empty", firstfree, {})
+  returns({ 1 }, "513", firstfree, filled(513, 0))
+  returns({ 1 }, "string", firstfree, "abc")
 end)
 
 t.case("512-element tables are the largest accepted", function()
@@ -61,19 +66,19 @@ t.case("512-element tables are the largest accepted", function()
 end)
 
 t.case("the first free VLAN skips VLAN 0 and the used IDs of byte 0", function()
-  t.returns({ 0, 8 }, "{254}", firstfree, { 254 })
-  t.returns({ 0, 8 }, "{255}", firstfree, { 255 })
-  t.returns({ 0, 1 }, "{0}", firstfree, { 0 })
-  t.returns({ 0, 1 }, "{1}", firstfree, { 1 })
-  t.returns({ 0, 64 }, "first word full", firstfree, filled(8, 255))
-  t.returns({ 0, 65 }, "VLAN 64 used", firstfree, { 255, 255, 255, 255, 255, 255, 255, 255, 1 })
+  returns({ 0, 8 }, "{254}", firstfree, { 254 })
+  returns({ 0, 8 }, "{255}", firstfree, { 255 })
+  returns({ 0, 1 }, "{0}", firstfree, { 0 })
+  returns({ 0, 1 }, "{1}", firstfree, { 1 })
+  returns({ 0, 64 }, "first word full", firstfree, filled(8, 255))
+  returns({ 0, 65 }, "VLAN 64 used", firstfree, { 255, 255, 255, 255, 255, 255, 255, 255, 1 })
 end)
 
 t.case("VLAN 4095 is never free and never makes a bitmap less full", function()
-  t.returns({ 1 }, "1..4094 used", firstfree, full_table(127))
-  t.returns({ 1 }, "1..4095 used", firstfree, full_table(255))
-  t.returns({ 0, 4094 }, "4094 free", firstfree, full_table(63))
-  t.returns({ 0, 4088 }, "last byte empty", firstfree, full_table(0))
+  returns({ 1 }, "1..4094 used", firstfree, full_table(127))
+  returns({ 1 }, "1..4095 used", firstfree, full_table(255))
+  returns({ 0, 4094 }, "4094 free", firstfree, full_table(63))
+  returns({ 0, 4088 }, "last byte empty", firstfree, full_table(0))
 end)
 
 t.case("argument tables are left as they came in", function()

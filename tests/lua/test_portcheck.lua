@@ -139,7 +139,7 @@ local function sweep(kind, sites, clean_code, args)
   local n = 0
   while true do
     n = n + 1
-    t.truthy(n <= #sites + 1, kind .. ": more sites than expected")
+    assert(n <= #sites + 1, kind .. ": more sites than expected")
     db[kind](db, n)
     local r = ask(table.unpack(args))
     db[kind](db, 0)
