@@ -1,0 +1,194 @@
+-- The port VLAN usage check against a bound database: each of the stacking map, the PVIDs, the
+-- relations and the protocol/negotiation settings deciding the answer in turn, refused
+-- arguments, and allocation and call failures injected at every site until the call runs clean.
+local t = require "testlib"
+local cfgdb = require "cfgdb"
+local lib = require "libvlanluaext"
+
+local STACKMAP, L2_PORT, PV_REL, IFM_PROTO = 0x083607ED, 0x0D490804, 0x0D49077D, 0x0852057B
+local VR, OTHER_VR = 7, 8
+local check = lib.VLAN_spt_CheckVlanUsdByPort
+local EMPTY = "\0"          -- an empty message is pushed with its terminating zero
+
+local db = cfgdb.open(nil, { vr = VR, lr = 3, cdb = 0 })
+db:bind()
+
+local function bm(ids)
+  local bytes = {}
+  for i = 1, 512 do bytes[i] = 0 end
+  for _, v in ipairs(ids) do
+    local i = (v >> 3) + 1
+    bytes[i] = bytes[i] | (1 << (v & 7))
+  end
+  return string.char(table.unpack(bytes))
+end
+
+local function fresh()
+  for _, tid in ipairs({ STACKMAP, L2_PORT, PV_REL, IFM_PROTO }) do db:delete(tid) end
+  db:journal()
+end
+
+local function port(ifindex, pvid, negotiation, vr)
+  db:insert(L2_PORT, { [1] = ifindex, [2] = pvid, [6] = vr or VR, [12] = negotiation or 0 })
+end
+
+local function relation(ifindex, first, second, vr)
+  db:insert(PV_REL, { [1] = vr or VR, [2] = ifindex, [3] = bm(first or {}), [4] = bm(second or {}) })
+end
+
+local function proto(ifindex, code, sub)
+  db:insert(IFM_PROTO, { [1] = ifindex, [2] = code, [3] = sub or 0, [5] = 0 })
+end
+
+-- The check's answer and text; every call leaves no module memory and writes nothing.
+local function ask(...)
+  local r = t.pack(check(...))
+  t.clean(db, "check")
+  return r
+end
+
+local function expect(code, text, what, ...)
+  t.same(ask(...), { code, text }, what)
+end
+
+t.case("a VLAN of the stacking map counts only when argument 3 asks for it", function()
+  fresh()
+  db:insert(STACKMAP, { [5] = 300, [7] = VR })
+  db:insert(STACKMAP, { [5] = 301, [7] = OTHER_VR })
+  expect(0, EMPTY, "asked", 300, VR, 1, 0)
+  expect(1, EMPTY, "not asked", 300, VR, 0, 0)
+  expect(1, EMPTY, "other VR", 301, VR, 1, 0)
+end)
+
+t.case("a PVID of the VR counts even without a relation", function()
+  fresh()
+  port(11, 200, 1)
+  port(12, 201, 0, OTHER_VR)
+  expect(0, EMPTY, "PVID", 200, VR, 0, 0)
+  expect(0, EMPTY, "PVID, negotiation does not matter", 200, VR, 1, 1)
+  expect(1, EMPTY, "PVID of another VR", 201, VR, 0, 0)
+  expect(1, EMPTY, "neighbour VLAN", 199, VR, 0, 0)
+end)
+
+t.case("a VLAN carried in either bitmap of a relation counts", function()
+  fresh()
+  port(11, 1, 0)
+  port(12, 1, 0)
+  relation(11, { 100 }, {})
+  relation(12, {}, { 4094 })
+  relation(13, { 500 }, {}, OTHER_VR)
+  expect(0, EMPTY, "first bitmap", 100, VR, 0, 0)
+  expect(0, EMPTY, "second bitmap", 4094, VR, 0, 0)
+  expect(1, EMPTY, "another VR's relation", 500, VR, 0, 0)
+  expect(1, EMPTY, "carried by none", 101, VR, 0, 0)
+end)
+
+t.case("ports with negotiation on do not count", function()
+  fresh()
+  port(11, 1, 1)
+  relation(11, { 100 }, {})
+  expect(1, EMPTY, "only a negotiating port", 100, VR, 0, 0)
+  port(12, 1, 0)
+  relation(12, { 100 }, {})
+  expect(0, EMPTY, "a later port counts", 100, VR, 0, 0)
+end)
+
+t.case("ports with protocol 37 do not count when argument 4 asks so", function()
+  fresh()
+  port(11, 1, 0)
+  relation(11, { 100 }, {})
+  proto(11, 37, 0)
+  proto(11, 36, 0)
+  expect(1, EMPTY, "checked", 100, VR, 0, 1)
+  expect(0, EMPTY, "not checked", 100, VR, 0, 0)
+  fresh()
+  port(11, 1, 0)
+  relation(11, { 100 }, {})
+  proto(11, 37, 5)
+  expect(0, EMPTY, "protocol 37 with another sub-code", 100, VR, 0, 1)
+end)
+
+t.case("a VLAN ID keeps its low 16 bits", function()
+  fresh()
+  port(11, 200, 0)
+  expect(0, EMPTY, "200 + 65536", 200 + 65536, VR, 0, 0)
+end)
+
+t.case("refused arguments answer 1 with the reason", function()
+  fresh()
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:paraCnt = 3, Error\n\0", "three", 100, VR, 0)
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:paraCnt = 5, Error\n\0", "five", 100, VR, 0, 0, 0)
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:vlanId is not a number\n\0", "vlan", "x", VR, 0, 0)
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:vrId is not a number\n\0", "vr", 100, {}, 0, 0)
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:checkPeerLink is not a number\n\0", "arg 3", 100, VR, true, 0)
+  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:checkStackMap is not a number\n\0", "arg 4", 100, VR, 0, nil)
+end)
+
+t.case("without a bound database the check answers 1 alone", function()
+  fresh()
+  cfgdb.unbind()
+  local r = t.pack(check(100, VR, 0, 0))
+  db:bind()
+  t.same(r, { 1 }, "unbound")
+  t.clean(db, "unbound")
+end)
+
+-- Sweeps the n-th allocation (or client call) for n = 1, 2, ... until a run meets no fault.
+-- sites[n] is what the n-th site's failure must produce: {code, message or nil}.
+local function sweep(kind, sites, clean_code, args)
+  local n = 0
+  while true do
+    n = n + 1
+    assert(n <= #sites + 1, kind .. ": more sites than expected")
+    db[kind](db, n)
+    local r = ask(table.unpack(args))
+    db[kind](db, 0)
+    if n > #sites then
+      t.same(r, { clean_code, EMPTY }, kind .. " clean run")
+      return
+    end
+    local want = sites[n]
+    local text = want[2] and ("\n" .. want[2] .. "\0") or EMPTY
+    t.same(r, { want[1], text }, kind .. " " .. n)
+  end
+end
+
+local MSG = {
+  stack = "VLANLUA_L2QinQBuild_IsStackMapVidExist: VLANLUA_RecordSet_New ERR\n",
+  pvid = "VLANLUA_L2Port_IsPvIdExistByVlanSeg: VLANLUA_RecordSet_New ERR\n",
+  count = "VLANLUA_PvRelation_L2PortCnt: VLANLUA_RecordSet_New rtn ERR\n",
+  all = "VLANLUA_PvRelation_QueryAll: VLANLUA_RecordSet_New ERR\n",
+  proto = "VLANLUA_IFM_IsProtocolEnabled: VLANLUA_RecordSet_New ERR\n",
+  neg = "VLANLUA_L2Port_IsNegotiationEnabled: VLANLUA_RecordSet_New ERR\n",
+}
+
+t.case("a negotiating port: every failure ends in the answer of the probe that failed", function()
+  fresh()
+  port(11, 1, 1)
+  relation(11, { 100 }, {})
+  -- allocations: stacking map set; PVID set and buffer; count set; relation set and buffer;
+  -- protocol set; negotiation set (whose failure makes the port count)
+  sweep("fail_alloc", { { 1, MSG.stack }, { 1, MSG.pvid }, { 1 }, { 1, MSG.count }, { 1, MSG.all }, { 1 },
+                        { 1, MSG.proto }, { 0, MSG.neg } }, 1, { 100, VR, 1, 1 })
+  -- client calls: stacking map exist; PVID cdb id and select; count; relation cdb id and select;
+  -- protocol exist; negotiation exist
+  sweep("fail_call", { { 1 }, { 1 }, { 1 }, { 1 }, { 1 }, { 1 }, { 1 }, { 0 } }, 1, { 100, VR, 1, 1 })
+end)
+
+t.case("a protocol-37 port: a failing protocol probe lets the port count", function()
+  fresh()
+  port(11, 1, 0)
+  relation(11, { 100 }, {})
+  proto(11, 37, 0)
+  sweep("fail_alloc", { { 1, MSG.stack }, { 1, MSG.pvid }, { 1 }, { 1, MSG.count }, { 1, MSG.all }, { 1 },
+                        { 0, MSG.proto } }, 1, { 100, VR, 1, 1 })
+  sweep("fail_call", { { 1 }, { 1 }, { 1 }, { 1 }, { 1 }, { 1 }, { 0 } }, 1, { 100, VR, 1, 1 })
+end)
+
+t.case("a used PVID: failures before the PVID answer hide it, later ones are never reached", function()
+  fresh()
+  port(11, 100, 0)
+  sweep("fail_alloc", { { 0, MSG.stack }, { 1, MSG.pvid }, { 1 } }, 0, { 100, VR, 1, 0 })
+end)
+
+t.finish()
