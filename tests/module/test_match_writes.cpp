@@ -139,19 +139,4 @@ TEST_F(MatchWrites, CounterWritesListVrIdMainInterfaceAndCounter)
     }
 }
 
-TEST_F(MatchWrites, MissingContextPiecesFailBeforeTouchingTheDatabase)
-{
-    VLANLUA_DOT1QMATCH_S stNew = {};
-    VLANLUA_CTX_S stNoDb = {&m_stLog, nullptr};
-    EXPECT_EQ(1u, VLAN_API_Dot1QMatchMerge(&stNoDb, &stNew));
-    VLANLUA_QINQMATCH_S stQ = {};
-    uint32_t uiNodes = 0;
-    EXPECT_EQ(1u, VLAN_API_QinQMatchMerge(&stNoDb, &stQ, &uiNodes));
-    EXPECT_EQ(1u, VLAN_API_QinQMatchMerge(nullptr, &stQ, &uiNodes));
-    uint32_t uiCount = 0;
-    EXPECT_EQ(1u, vlanLua_QinQRecordCnt(&m_stCtx, nullptr, &uiCount));
-    EXPECT_EQ(1u, vlanLua_GetQinQMatchCntByMainIf(&stNoDb, 1, 1, &uiCount));
-    EXPECT_TRUE(Journal().empty());
-}
-
 }  // namespace
