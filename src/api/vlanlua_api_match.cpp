@@ -5,8 +5,7 @@
 
 #include "api/vlanlua_api.h"
 #include "api/vlanlua_api_frame.h"
-#include "cor/vlanlua_cor_match.h"
-#include "cor/vlanlua_cor_qinq_mib.h"
+#include "api/vlanlua_api_match.h"
 #include "kel_avl3.h"
 #include "sec_bound.h"
 
