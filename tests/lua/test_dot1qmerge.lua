@@ -1,0 +1,232 @@
+-- VLAN_spt_Dot1QMatchMerge against a bound database: fusing with the two immediate neighbours,
+-- the writes and their order, refused arguments, a random sequence against a range model, and
+-- every injected allocation or client-call failure.
+local t = require "testlib"
+local m = require "matchlib"
+local lib = require "libvlanluaext"
+
+local merge = lib.VLAN_spt_Dot1QMatchMerge
+local DOT1Q, SEG_INDEX, VR = m.DOT1Q, m.SEG_INDEX, m.VR
+local IF = 0x2001
+
+local function store(db, ifx, seg, bgn, fin, group)
+  db:insert(DOT1Q, { [1] = 0, [2] = ifx, [3] = seg, [4] = bgn, [5] = fin, [6] = group, [7] = VR })
+end
+
+local function ranges(db, ifx)
+  return m.rows(db, DOT1Q, function(r) return string.format("%d %d [%d,%d]", r[2], r[6], r[4], r[5]) end,
+    ifx and { [2] = ifx } or nil)
+end
+
+-- arguments: interface, begin, end, group, VR, attr8, attr1, attr10
+local function args(bgn, fin, group, ifx)
+  return { ifx or IF, bgn, fin, group or 1, VR, 88, 11, 10 }
+end
+
+-- The inserted Dot1Q record carrying every attribute of the request.
+local function dot1q_insert(seg, bgn, fin)
+  return m.w("insert", DOT1Q, 1, { [1] = 11, [2] = IF, [3] = seg, [4] = bgn, [5] = fin, [6] = 1, [7] = VR,
+    [8] = 88, [9] = 0, [10] = 10 })
+end
+
+local function seg_insert(seg) return m.w("insert", SEG_INDEX, 0, { [1] = seg, [2] = VR }) end
+local function dot1q_delete(seg) return m.w("delete", DOT1Q, 1, { [2] = IF, [3] = seg }) end
+
+-- The index the last call took, read from its SEG_INDEX write.
+local function taken_index(lines)
+  return tonumber(lines[1]:match("1=(%d+)"))
+end
+
+local function worked_example()
+  local db = m.fresh()
+  store(db, IF, 900, 10, 19, 1)
+  store(db, IF, 901, 31, 40, 1)
+  return db
+end
+
+t.case("a range between two neighbours fuses with both under a new index", function()
+  local db = worked_example()
+  t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
+  local lines = m.writes(db)
+  local seg = taken_index(lines)
+  m.same_lines(lines, { seg_insert(seg), dot1q_insert(seg, 10, 40), dot1q_delete(900), dot1q_delete(901) }, "writes")
+  m.same_lines(ranges(db), { string.format("%d 1 [10,40]", IF) }, "stored")
+  m.no_leak(db)
+end)
+
+t.case("neighbours of another group or interface are left alone", function()
+  local db = m.fresh()
+  store(db, IF, 900, 10, 19, 2)
+  store(db, IF + 1, 901, 31, 40, 1)
+  t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
+  local lines = m.writes(db)
+  local seg = taken_index(lines)
+  m.same_lines(lines, { seg_insert(seg), dot1q_insert(seg, 20, 30) }, "writes")
+end)
+
+t.case("only abutting ranges are neighbours, and only one step is taken", function()
+  local db = m.fresh()
+  store(db, IF, 900, 10, 18, 1)     -- ends two before: a gap
+  store(db, IF, 901, 32, 40, 1)
+  store(db, IF, 902, 20, 25, 1)     -- overlaps the new range: not looked for
+  t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
+  local lines = m.writes(db)
+  m.same_lines(lines, { seg_insert(taken_index(lines)), dot1q_insert(taken_index(lines), 20, 30) }, "writes")
+end)
+
+t.case("no left neighbour below VLAN 1 and no right neighbour above 4094", function()
+  local db = m.fresh()
+  store(db, IF, 900, 0, 0, 1)
+  store(db, IF, 901, 4095, 4095, 1)
+  t.same(t.pack(merge(args(1, 5))), { 0 }, "at 1")
+  t.same(t.pack(merge(args(4090, 4094))), { 0 }, "at 4094")
+  local lines = m.writes(db)
+  t.eq(#lines, 4, "two inserts each, no delete")
+  t.eq(#ranges(db), 4, "stored ranges")
+  local db2 = m.fresh()
+  store(db2, IF, 900, 1, 1, 1)
+  store(db2, IF, 901, 4094, 4094, 1)
+  t.same(t.pack(merge(args(2, 4093))), { 0 }, "between the ends")
+  m.same_lines(ranges(db2), { string.format("%d 1 [1,4094]", IF) }, "fused across the whole range")
+end)
+
+t.case("every merge takes a new index and records it with the VR ID", function()
+  local db = m.fresh()
+  local seen = {}
+  for i = 0, 5 do
+    t.same(t.pack(merge(args(100 + 10 * i, 104 + 10 * i))), { 0 }, "merge " .. i)
+    local seg = taken_index(m.writes(db))
+    m.truthy(not seen[seg], "index " .. seg .. " handed out twice")
+    seen[seg] = true
+  end
+  t.eq(db:count(SEG_INDEX, { [2] = VR }), 6, "SEG_INDEX records")
+end)
+
+t.case("values are cut to their field widths and not validated", function()
+  local db = m.fresh()
+  t.same(t.pack(merge({ IF, 0x10000 + 30, 20, 0x102, VR, 1, 2, 0x1FF })), { 0 }, "result")
+  local r = db:rows(DOT1Q)[1]
+  t.eq(r[4], 30, "begin")
+  t.eq(r[5], 20, "end below begin kept")
+  t.eq(r[6], 2, "group")
+  t.eq(r[10], 0xFF, "attr10")
+end)
+
+t.case("tables of 7 or 9 elements and a missing database give the single result 1", function()
+  local db = worked_example()
+  t.same(t.pack(merge({ IF, 20, 30, 1, VR, 0, 0 })), { 1 }, "7 elements")
+  t.same(t.pack(merge({ IF, 20, 30, 1, VR, 0, 0, 0, 0 })), { 1 }, "9 elements")
+  t.clean(db, "refused")
+  require("cfgdb").unbind()
+  t.same(t.pack(merge(args(20, 30))), { 1 }, "no database")
+  db:bind()
+  t.clean(db, "no database")
+end)
+
+-- Random non-overlapping ranges on two interfaces and two groups; the model fuses a new range
+-- with the model range ending just before it and the one beginning just after it.
+t.case("random merges keep every VLAN once and fuse exactly the abutting neighbours", function()
+  local db = m.fresh()
+  local model = {}           -- key "if group" -> list of {bgn, fin}
+  math.randomseed(42)
+  local function owner(key, v)
+    for i, r in ipairs(model[key] or {}) do
+      if v >= r[1] and v <= r[2] then return i end
+    end
+  end
+  for step = 1, 300 do
+    local ifx, group = IF + math.random(0, 1), math.random(1, 2)
+    local key = ifx .. " " .. group
+    local lo = math.random(0, 1) == 0 and 1 or 4070
+    local bgn = lo + math.random(0, 24)
+    local fin = math.min(bgn + math.random(0, 3), 4094)
+    local free = true
+    for v = bgn, fin do if owner(key, v) then free = false end end
+    if free then
+      t.same(t.pack(merge(args(bgn, fin, group, ifx))), { 0 }, "step " .. step)
+      local list = model[key] or {}
+      model[key] = list
+      local nb, nf = bgn, fin
+      local left = bgn > 1 and owner(key, bgn - 1)
+      local right = fin < 4094 and owner(key, fin + 1)
+      local keep = {}
+      for i, r in ipairs(list) do
+        if i == left and r[2] == bgn - 1 then nb = r[1]
+        elseif i == right and r[1] == fin + 1 then nf = r[2]
+        else keep[#keep + 1] = r end
+      end
+      keep[#keep + 1] = { nb, nf }
+      model[key] = keep
+      local want = {}
+      for k, l in pairs(model) do
+        for _, r in ipairs(l) do want[#want + 1] = string.format("%s [%d,%d]", k, r[1], r[2]) end
+      end
+      table.sort(want)
+      m.same_lines(ranges(db), want, "after step " .. step)
+    end
+  end
+  db:journal()
+  m.no_leak(db)
+end)
+
+-- Failure sites of the worked example, in call order. A failed neighbour read counts as no
+-- neighbour; a failed index or insert writes no Dot1Q record; failed deletes are ignored.
+local fused, no_left, no_right = "10,40", "20,40", "10,30"
+
+local function expect_outcome(db, r, n, want, kind)
+  local what = kind .. " n=" .. n
+  local stored = ranges(db, IF)
+  local function has(b, e) for _, l in ipairs(stored) do if l:find("%[" .. b .. "," .. e .. "%]") then return true end end end
+  if want == "fail" then
+    t.same(r, { 1 }, what)
+    t.eq(#stored, 2, what .. ": stored ranges")
+    m.truthy(has(10, 19) and has(31, 40), what .. ": neighbours kept")
+    return
+  end
+  t.same(r, { 0 }, what)
+  local b, e = want[1]:match("(%d+),(%d+)")
+  m.truthy(has(b, e), what .. ": merged range " .. want[1])
+  t.eq(#stored, #want, what .. ": stored ranges")
+  for i = 2, #want do
+    local kb, ke = want[i]:match("(%d+),(%d+)")
+    m.truthy(has(kb, ke), what .. ": kept " .. want[i])
+  end
+end
+
+t.case("an allocation failing at each site gives the documented outcome without a leak", function()
+  local plan = {
+    { no_left, "10,19" }, { no_left, "10,19" },       -- left read: record set, result buffer
+    { no_right, "31,40" }, { no_right, "31,40" },     -- right read
+  }
+  local n = m.sweep("alloc", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
+    local w = plan[n] or { fused }
+    expect_outcome(db, r, n, w, "alloc")
+    if not plan[n] then return "clean" end
+  end)
+  t.eq(n, 5, "allocations of a merge")
+end)
+
+t.case("a client call failing at each site gives the documented outcome", function()
+  local plan = {
+    { fused },                        -- database id of the left read: its result is not tested
+    { no_left, "10,19" },             -- left select
+    { fused },                        -- database id of the right read
+    { no_right, "31,40" },            -- right select
+    "fail",                           -- index hand-out
+    "fail",                           -- SEG_INDEX record
+    "fail",                           -- Dot1Q insert
+    { fused, "10,19" },               -- delete of the left neighbour fails, the call still succeeds
+    { fused, "31,40" },               -- delete of the right neighbour
+  }
+  local n = m.sweep("call", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
+    local lines = m.writes(db)
+    expect_outcome(db, r, n, plan[n] or { fused }, "call")
+    if n == 5 then t.eq(#lines, 0, "no write after a failed hand-out") end
+    if n == 6 then t.eq(#lines, 0, "no write after a failed index record") end
+    if n == 7 then m.same_lines(lines, { seg_insert(taken_index(lines)) }, "only the index record") end
+    if n > #plan then return "clean" end
+  end)
+  t.eq(n, 10, "client calls of a merge")
+end)
+
+t.finish()
