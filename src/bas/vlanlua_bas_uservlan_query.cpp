@@ -58,6 +58,34 @@ uint32_t ProbeOne(VlanLuaRsGuard &rs)
     return VLANLUA_RecordSet_GetRecordNum(rs.Get()) == 1 ? 0 : 1;
 }
 
+/* A record set on the table, or null after appending "<pcWho>: VLANLUA_RecordSet_New ERR". */
+VLANLUA_RECORDSET_S *NewRecordSet(VLANLUA_CTX_S *pstCtx, uint32_t uiTableId, const char *pcWho)
+{
+    VLANLUA_RECORDSET_S *pstRs = VLANLUA_RecordSet_New(pstCtx->pObj, uiTableId);
+    if (pstRs == nullptr) {
+        VLANLUA_Write(pstCtx->pstLog, "%s: VLANLUA_RecordSet_New ERR\n", pcWho);
+    }
+    return pstRs;
+}
+
+/* The 8-byte 802.1Q row: interface, first VLAN, last VLAN. */
+void SelectDot1qRow(VLANLUA_RECORDSET_S *pstRs)
+{
+    VLANLUA_RecordSet_SelectField(pstRs, 1, 4);
+    VLANLUA_RecordSet_SelectField(pstRs, 5, 2);
+    VLANLUA_RecordSet_SelectField(pstRs, 6, 2);
+}
+
+/* The 12-byte QinQ row: interface, PE begin and end, CE begin and end. */
+void SelectQinqRow(VLANLUA_RECORDSET_S *pstRs)
+{
+    VLANLUA_RecordSet_SelectField(pstRs, 1, 4);
+    VLANLUA_RecordSet_SelectField(pstRs, 7, 2);
+    VLANLUA_RecordSet_SelectField(pstRs, 8, 2);
+    VLANLUA_RecordSet_SelectField(pstRs, 5, 2);
+    VLANLUA_RecordSet_SelectField(pstRs, 6, 2);
+}
+
 }  // namespace
 
 /* ---- existence checks ---- */
@@ -67,14 +95,11 @@ uint32_t vlanLua_UserVlanDot1qExist(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_M
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstKey == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_DOT1Q));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DOT1Q, "vlanLua_UserVlanDot1qExist"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanDot1qExist: VLANLUA_RecordSet_New ERR\n");
         return 1;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 5, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 6, 2);
+    SelectDot1qRow(rs.Get());
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 1, &pstKey->uiIfIndex, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 5, &pstKey->usCeVid, 2);
@@ -88,16 +113,11 @@ uint32_t vlanLua_UserVlanQinqExist(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MI
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstKey == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_QINQ_SEG, "vlanLua_UserVlanQinqExist"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanQinqExist: VLANLUA_RecordSet_New ERR\n");
         return 1;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 7, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 8, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 5, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 6, 2);
+    SelectQinqRow(rs.Get());
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &pstKey->uiIfIndex, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 7, &pstKey->usPeVid, 2);
@@ -123,14 +143,11 @@ void vlanLua_UserVlanDot1qQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKE
     if (ulRows == 0) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_DOT1Q));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DOT1Q, "vlanLua_UserVlanDot1qQuery"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanDot1qQuery: VLANLUA_RecordSet_New ERR\n");
         return;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 5, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 6, 2);
+    SelectDot1qRow(rs.Get());
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &pstKey->uiIfIndex, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
     VLANLUA_RecordSet_SortField(rs.Get(), 1);
@@ -148,16 +165,11 @@ void vlanLua_UserVlanQinqQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKEY
     if (uiRows == 0) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_QINQ_SEG, "vlanLua_UserVlanQinqQuery"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanQinqQuery: VLANLUA_RecordSet_New ERR\n");
         return;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 7, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 8, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 5, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 6, 2);
+    SelectQinqRow(rs.Get());
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 1, &pstKey->uiIfIndex, 4);
     (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
     VLANLUA_RecordSet_SortField(rs.Get(), 1);
@@ -171,9 +183,8 @@ void vlanLua_UserVlanQinqQueryIfIndex(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN
     if (pstKey->uiQueryType == VLANLUA_UVLAN_QUERY_ANYOTHER) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_IF_INFO));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_IF_INFO, "vlanLua_UserVlanQinqQuery"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanQinqQuery: VLANLUA_RecordSet_New ERR\n");
         return;
     }
     const uint32_t uiKind = VLANLUA_UVLAN_IFKIND_QINQ;
@@ -202,9 +213,8 @@ void vlanLua_UserVlanAnyOtherQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MI
     if (pstKey->uiQueryNum == 0) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_ANYOTHER));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_ANYOTHER, "vlanLua_UserVlanAnyOtherQuery"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanAnyOtherQuery: VLANLUA_RecordSet_New ERR\n");
         return;
     }
     VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
@@ -229,9 +239,8 @@ void vlanLua_UserVlan_QuerySet_Delete(VLANLUA_UVLAN_QUERYSET_S *pstSet)
 VLANLUA_RECORDSET_S *vlanLua_UserVlanDescQueryByCond(VLANLUA_CTX_S *pstCtx, uint32_t uiFirstIf, uint32_t uiLastIf,
                                                      uint32_t uiVrId, uint32_t uiRowNum)
 {
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_DESC));
+    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DESC, "vlanLua_UserVlanDescQuery"));
     if (rs.Get() == nullptr) {
-        VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanDescQuery: VLANLUA_RecordSet_New ERR\n");
         return nullptr;
     }
     VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
