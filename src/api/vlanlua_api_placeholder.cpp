@@ -8,14 +8,6 @@
 
 #define VLANLUA_WEAK extern "C" __attribute__((weak))
 
-/* Pushes a lone 1. */
-static uint32_t PushFailOnly(void *pState)
-{
-    VlanLuaFrame frame(pState, nullptr);
-    frame.PushCode(1);
-    return 1;
-}
-
 /* Pushes 1, uiNilsBefore nils, the message "<function>:call ECM_CAPI_GetObjExt ERR\n" and
  * uiNilsAfter nils. Returns the count pushed. */
 static uint32_t PushNoDbText(void *pState, const char *pcFunc, uint32_t uiNilsBefore, uint32_t uiNilsAfter)
@@ -33,42 +25,8 @@ static uint32_t PushNoDbText(void *pState, const char *pcFunc, uint32_t uiNilsBe
     return 2 + uiNilsBefore + uiNilsAfter;
 }
 
-VLANLUA_WEAK uint32_t VLANLUA_Spt_Merg2BitMap(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_And2BitMap(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_GetFirstFreeValue(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_CrtCtrlVidBitMap(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_UpdataCtrlVidBitMap(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_QinQMatchMerge(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_Dot1QMatchMerge(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_UpdataQinQIfSpec(void *pState) { return PushFailOnly(pState); }
-VLANLUA_WEAK uint32_t VLANLUA_Spt_CheckVlanUsdByPort(void *pState) { return PushFailOnly(pState); }
-
-VLANLUA_WEAK uint32_t VLANLUA_Spt_UserVlanDot1qExist(void *pState)
-{
-    return PushNoDbText(pState, "VLANLUA_Spt_UserVlanDot1qExist", 0, 0);
-}
-
-VLANLUA_WEAK uint32_t VLANLUA_Spt_UserVlanQinqExist(void *pState)
-{
-    return PushNoDbText(pState, "VLANLUA_Spt_UserVlanQinqExist", 0, 0);
-}
-
-VLANLUA_WEAK uint32_t VLANLUA_Spt_UserVlanMibQuery(void *pState)
-{
-    return PushNoDbText(pState, "VLANLUA_Spt_UserVlanMibQuery", 1, 0);
-}
-
 /* 1, nil, text, nil, nil. */
 VLANLUA_WEAK uint32_t VLANLUA_Spt_SetUserVlanQinQSvc(void *pState)
 {
     return PushNoDbText(pState, "VLANLUA_Spt_SetUserVlanQinQSvc", 1, 2);
-}
-
-/* 1, nil. */
-VLANLUA_WEAK uint32_t VLANLUA_Spt_GetNextQinQMibQuery(void *pState)
-{
-    VlanLuaFrame frame(pState, nullptr);
-    frame.PushCode(1);
-    frame.PushNil();
-    return 2;
 }

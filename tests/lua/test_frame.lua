@@ -26,11 +26,7 @@ local NO_DB = {
 -- Functions still answered by their stand-in, which ignores its arguments: these are also
 -- called with arguments a real function would accept. Remove a name when it becomes real.
 local STAND_INS = {
-  "VLAN_spt_Merg2BitMap", "VLAN_spt_And2BitMap", "VLAN_spt_GetFirstFreeValue",
-  "VLAN_spt_CrtCtrlVidBitMap", "VLAN_spt_UpdataCtrlVidBitMap", "VLAN_spt_QinQMatchMerge",
-  "VLAN_spt_Dot1QMatchMerge", "VLAN_spt_UserVlanMibQuery", "VLAN_spt_UserVlanDot1qExist",
-  "VLAN_spt_UserVlanQinqExist", "VLAN_spt_SetUserVlanQinQSvc", "VLAN_spt_GetNextQinQMibQuery",
-  "VLAN_spt_UpdataQinQIfSpec", "VLAN_spt_CheckVlanUsdByPort",
+  "VLAN_spt_SetUserVlanQinQSvc",
 }
 
 local function check(want, ...)
