@@ -49,16 +49,6 @@ uint32_t AnyPresent(const VLANLUA_UVLAN_SVCINFO_S *pstInfo, const uint32_t *puiT
     return 0;
 }
 
-bool ValuesAllZero(const VLANLUA_UVLAN_SVCINFO_S *pstInfo, uint32_t uiFirst, uint32_t uiLast)
-{
-    for (uint32_t k = uiFirst; k <= uiLast; k++) {
-        if (pstInfo->astSvc[k].uiSvcValue != 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
 /* The five conditions of a segment query key, in the order the tables are searched. */
 void AddSegQryWhere(VLANLUA_RECORDSET_S *pstRs, const VLANLUA_UVLAN_SEGQRY_S *pstQry)
 {
@@ -97,19 +87,63 @@ uint32_t DeleteSvcRow(VLANLUA_CTX_S *pstCtx, uint32_t uiTable, uint32_t uiSegInd
     return ECM_CAPI_DeleteRecord(pstCtx->pObj, uiTable, list.Raw(), list.uiNum, kWriteFlag);
 }
 
+/* One service table: its rows hold the values of eight service types, column by column. */
 struct SvcTable {
     uint32_t uiTable;
     uint32_t uiNoRowFlag;
     const char *pcNewErr;
-    uint8_t aucColumns[VLANLUA_UVLAN_MAP_LEN];  /* field numbers in the map's order */
+    const uint32_t *puiTypes;                   /* the service types in column order (the map) */
+    uint8_t aucColumns[VLANLUA_UVLAN_MAP_LEN];  /* their field numbers */
+    uint32_t uiCreateCheck;                     /* a row is created when one of the first this many is non-zero */
+    bool bSetKeyA;                              /* whether an update sends field 4 */
 };
 
 constexpr SvcTable kBaseTable = {VLANLUA_TBL_UVLAN_BASE_SVC, UVLAN_SVC_NOBASE,
-                                 "vlanLua_UVlanQryBaseSvcBySegindex: VLANLUA_RecordSet_New ERR\n",
-                                 {7, 8, 9, 10, 11, 12, 13, 6}};
+                                 "vlanLua_UVlanQryBaseSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kBaseSvcMap,
+                                 {7, 8, 9, 10, 11, 12, 13, 6}, 7, true};
 constexpr SvcTable kVpnTable = {VLANLUA_TBL_UVLAN_VPN_SVC, UVLAN_SVC_NOVPN,
-                                "vlanLua_UVlanQryVpnSvcBySegindex: VLANLUA_RecordSet_New ERR\n",
-                                {6, 7, 8, 9, 10, 11, 12, 13}};
+                                "vlanLua_UVlanQryVpnSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kVpnSvcMap,
+                                {6, 7, 8, 9, 10, 11, 12, 13}, 8, false};
+
+/* Inserts the table's row for a segment with every column; nothing when the checked values are all 0. */
+uint32_t CreateSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
+                      const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
+{
+    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
+        return 1;
+    }
+    bool bAny = false;
+    for (uint32_t i = 0; i < tbl.uiCreateCheck; i++) {
+        bAny = bAny || pstInfo->astSvc[tbl.puiTypes[i]].uiSvcValue != 0;
+    }
+    if (!bAny) {
+        return 0;
+    }
+    FieldList list;
+    AddSvcKeyFields(list, &uiSegIndex, pstKey, true);
+    for (uint32_t i = 0; i < VLANLUA_UVLAN_MAP_LEN; i++) {
+        list.U32(tbl.aucColumns[i], &pstInfo->astSvc[tbl.puiTypes[i]].uiSvcValue);
+    }
+    return WriteSvc(pstCtx, tbl.uiTable, list, true);
+}
+
+/* Updates the table's row of a segment with the columns whose service entry has a type word. */
+uint32_t SetSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
+                   const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
+{
+    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
+        return 1;
+    }
+    FieldList list;
+    AddSvcKeyFields(list, &uiSegIndex, pstKey, tbl.bSetKeyA);
+    for (uint32_t i = 0; i < VLANLUA_UVLAN_MAP_LEN; i++) {
+        const VLANLUA_UVLAN_SVC_S &e = pstInfo->astSvc[tbl.puiTypes[i]];
+        if (e.uiSvcType != 0) {
+            list.U32(tbl.aucColumns[i], &e.uiSvcValue);
+        }
+    }
+    return WriteSvc(pstCtx, tbl.uiTable, list, false);
+}
 
 /* Reads one service row of a segment into the record through the map; a missing row, or one
  * whose values are all 0, sets the table's no-row flag. */
@@ -321,71 +355,25 @@ extern "C" uint32_t vlanLua_UVlanIsNullVpnSvcInfo(const VLANLUA_UVLAN_SVCINFO_S 
 extern "C" uint32_t vlanLua_UVlanCreateBaseSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                                const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
-        return 1;
-    }
-    if (ValuesAllZero(pstInfo, 1, 7)) {
-        return 0;   /* type 16 alone makes no base row */
-    }
-    FieldList list;
-    AddSvcKeyFields(list, &uiSegIndex, pstKey, true);
-    for (uint16_t k = 1; k <= 7; k++) {
-        list.U32(static_cast<uint16_t>(6 + k), &pstInfo->astSvc[k].uiSvcValue);
-    }
-    list.U32(6, &pstInfo->astSvc[16].uiSvcValue);
-    return WriteSvc(pstCtx, VLANLUA_TBL_UVLAN_BASE_SVC, list, true);
+    return CreateSvcRow(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanCreateVpnSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                               const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
-        return 1;
-    }
-    if (ValuesAllZero(pstInfo, 8, 15)) {
-        return 0;
-    }
-    FieldList list;
-    AddSvcKeyFields(list, &uiSegIndex, pstKey, true);
-    for (uint16_t k = 8; k <= 15; k++) {
-        list.U32(static_cast<uint16_t>(k - 2), &pstInfo->astSvc[k].uiSvcValue);
-    }
-    return WriteSvc(pstCtx, VLANLUA_TBL_UVLAN_VPN_SVC, list, true);
+    return CreateSvcRow(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanSetBaseSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                             const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
-        return 1;
-    }
-    FieldList list;
-    AddSvcKeyFields(list, &uiSegIndex, pstKey, true);
-    for (uint16_t k = 1; k <= 7; k++) {
-        if (pstInfo->astSvc[k].uiSvcType != 0) {
-            list.U32(static_cast<uint16_t>(6 + k), &pstInfo->astSvc[k].uiSvcValue);
-        }
-    }
-    if (pstInfo->astSvc[16].uiSvcType != 0) {
-        list.U32(6, &pstInfo->astSvc[16].uiSvcValue);
-    }
-    return WriteSvc(pstCtx, VLANLUA_TBL_UVLAN_BASE_SVC, list, false);
+    return SetSvcRow(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanSetVpnSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                            const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
-        return 1;
-    }
-    FieldList list;
-    AddSvcKeyFields(list, &uiSegIndex, pstKey, false);
-    for (uint16_t k = 8; k <= 15; k++) {
-        if (pstInfo->astSvc[k].uiSvcType != 0) {
-            list.U32(static_cast<uint16_t>(k - 2), &pstInfo->astSvc[k].uiSvcValue);
-        }
-    }
-    return WriteSvc(pstCtx, VLANLUA_TBL_UVLAN_VPN_SVC, list, false);
+    return SetSvcRow(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanDeleteBaseSvc(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex)

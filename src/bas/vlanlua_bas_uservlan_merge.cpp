@@ -82,6 +82,24 @@ uint32_t Fail(VLANLUA_CTX_S *pstCtx, const char *pcMsg, uint32_t uiRet)
     return uiRet;
 }
 
+/* Inserts the piece as a new row and creates its services under the new index. */
+uint32_t InsertPiece(VLANLUA_CTX_S *pstCtx, VLANLUA_UVLAN_SVCSET_S *pstSet, const VLANLUA_UVLAN_SVCSEG_S *pstE,
+                     const char *pcInsertErr, const char *pcCreateErr)
+{
+    uint32_t uiSegIndex = 0;
+    uint32_t uiRet = vlanLua_UVlanInsertQinqSeg(pstCtx, &pstE->stPair, &pstSet->stKey, &uiSegIndex);
+    if (uiRet != 0) {
+        return Fail(pstCtx, pcInsertErr, uiRet);
+    }
+    if (HasSvc(*pstE)) {
+        uiRet = vlanLua_UVlanCreateSvc(pstCtx, &pstE->stSvcInfo, &pstSet->stKey, uiSegIndex);
+        if (uiRet != 0) {
+            return Fail(pstCtx, pcCreateErr, uiRet);
+        }
+    }
+    return 0;
+}
+
 uint32_t FlushSetList(VLANLUA_CTX_S *pstCtx, VLANLUA_UVLAN_SVCSET_S *pstSet)
 {
     for (VLANLUA_UVLAN_SVCSEG_S *pstE = pstSet->stSetSegs.pstNext; pstE != nullptr; pstE = pstE->pstNext) {
@@ -192,16 +210,10 @@ extern "C" uint32_t vlanLua_UVlanQinqFlushAddSegs(VLANLUA_CTX_S *pstCtx, VLANLUA
         pstSet->uiFlag |= UVLAN_SET_SEGCHG;
     }
     for (VLANLUA_UVLAN_SVCSEG_S *pstE = pstSet->stAddSegs.pstNext; pstE != nullptr; pstE = pstE->pstNext) {
-        uint32_t uiSegIndex = 0;
-        uint32_t uiRet = vlanLua_UVlanInsertQinqSeg(pstCtx, &pstE->stPair, &pstSet->stKey, &uiSegIndex);
+        uint32_t uiRet = InsertPiece(pstCtx, pstSet, pstE, "vlanLua_UVlanQinqFlushSegs: ADD SEG insert qinq return ERR\n",
+                                     "vlanLua_UVlanQinqFlushSegs:  ADD SEG create SVC return ERR\n");
         if (uiRet != 0) {
-            return Fail(pstCtx, "vlanLua_UVlanQinqFlushSegs: ADD SEG insert qinq return ERR\n", uiRet);
-        }
-        if (HasSvc(*pstE)) {
-            uiRet = vlanLua_UVlanCreateSvc(pstCtx, &pstE->stSvcInfo, &pstSet->stKey, uiSegIndex);
-            if (uiRet != 0) {
-                return Fail(pstCtx, "vlanLua_UVlanQinqFlushSegs:  ADD SEG create SVC return ERR\n", uiRet);
-            }
+            return uiRet;
         }
     }
     return 0;
@@ -245,16 +257,10 @@ extern "C" uint32_t vlanLua_UVlanQinqAddSeg(VLANLUA_CTX_S *pstCtx, VLANLUA_UVLAN
         if (IsRemoval(*pstE)) {
             continue;
         }
-        uint32_t uiSegIndex = 0;
-        uint32_t uiRet = vlanLua_UVlanInsertQinqSeg(pstCtx, &pstE->stPair, &pstSet->stKey, &uiSegIndex);
+        uint32_t uiRet = InsertPiece(pstCtx, pstSet, pstE, "vlanLua_UVlanQinqDelQinQFlushSegs:  insert qinq return ERR\n",
+                                     "vlanLua_UVlanQinqDelQinQFlushSegs:  create SVC return ERR\n");
         if (uiRet != 0) {
-            return Fail(pstCtx, "vlanLua_UVlanQinqDelQinQFlushSegs:  insert qinq return ERR\n", uiRet);
-        }
-        if (HasSvc(*pstE)) {
-            uiRet = vlanLua_UVlanCreateSvc(pstCtx, &pstE->stSvcInfo, &pstSet->stKey, uiSegIndex);
-            if (uiRet != 0) {
-                return Fail(pstCtx, "vlanLua_UVlanQinqDelQinQFlushSegs:  create SVC return ERR\n", uiRet);
-            }
+            return uiRet;
         }
         (*puiInserted)++;
     }
