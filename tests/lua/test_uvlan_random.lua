@@ -60,11 +60,19 @@ local function grid_of(rows, where)
   return g
 end
 
+local function same_services(a, b)
+  for k, v in pairs(a) do if b[k] ~= v then return false end end
+  for k in pairs(b) do if a[k] == nil then return false end end
+  return true
+end
+
 local function check_grid(ifx, where)
   local got = grid_of(U.rows(db, ifx), where)
   for c, svc in pairs(model[ifx]) do
     U.check(got[c] ~= nil, "%s: cell PE %d CE %d lost", where, c // 64, c % 64)
-    U.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, c // 64, c % 64))
+    if not same_services(got[c], svc) then
+      U.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, c // 64, c % 64))
+    end
   end
   for c in pairs(got) do
     U.check(model[ifx][c] ~= nil, "%s: cell PE %d CE %d stored but never set", where, c // 64, c % 64)

@@ -39,11 +39,16 @@ end
 
 -- The stored rows of an interface, each {peb, pee, ceb, cee, idx, svc = {[type] = non-zero value}}.
 function M.rows(db, ifindex)
+  local by_index = {}
+  for _, tbl in ipairs({M.BASE, M.VPN}) do
+    by_index[tbl] = {}
+    for _, s in ipairs(db:rows(tbl, {[1] = ifindex})) do by_index[tbl][s[2]] = s end
+  end
   local out = {}
   for _, r in ipairs(db:rows(M.SEG, {[1] = ifindex})) do
     local row = {peb = r[7], pee = r[8], ceb = r[5], cee = r[6], idx = r[2], keya = r[9], keyb = r[3], svc = {}}
     for tbl, map in pairs({[M.BASE] = M.BASE_FIELD, [M.VPN] = M.VPN_FIELD}) do
-      local s = db:rows(tbl, {[2] = r[2]})[1]
+      local s = by_index[tbl][r[2]]
       if s then
         for ty, f in pairs(map) do
           if s[f] ~= 0 then row.svc[ty] = s[f] end
