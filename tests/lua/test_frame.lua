@@ -23,12 +23,6 @@ local NO_DB = {
   VLAN_spt_CmdParaCheck = { 1, "\nVLANLUA_Spt_CmdParaCheck:uiParamNum ERR, uiParamNum=0\n\0" },
 }
 
--- Functions still answered by their stand-in, which ignores its arguments: these are also
--- called with arguments a real function would accept. Remove a name when it becomes real.
-local STAND_INS = {
-  "VLAN_spt_SetUserVlanQinQSvc",
-}
-
 local function check(want, ...)
   local args = t.pack(...)
   t.same(t.pack(lib.VLAN_spt_CmdParaCheck(...)), want, "arguments " .. tostring(args[1]) .. ", " .. tostring(args[2]))
@@ -79,13 +73,6 @@ end)
 t.case("every function answers its no-database variant when called with nothing", function()
   for name, want in pairs(NO_DB) do
     t.same(t.pack(lib[name]()), want, name)
-  end
-end)
-
-t.case("stand-ins answer the no-database variant whatever the arguments", function()
-  for _, name in ipairs(STAND_INS) do
-    t.same(t.pack(lib[name]({ 1, 2 }, { 3, 4 })), NO_DB[name], name .. " with tables")
-    t.same(t.pack(lib[name](1, 2, 3, true)), NO_DB[name], name .. " with numbers")
   end
 end)
 
