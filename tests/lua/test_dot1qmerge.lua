@@ -2,11 +2,10 @@
 -- the writes and their order, refused arguments, a random sequence against a range model, and
 -- every injected allocation or client-call failure.
 local t = require "testlib"
-local m = require "matchlib"
 local lib = require "libvlanluaext"
 
 local merge = lib.VLAN_spt_Dot1QMatchMerge
-local DOT1Q, SEG_INDEX, VR = m.DOT1Q, m.SEG_INDEX, m.VR
+local DOT1Q, SEG_INDEX, VR = t.DOT1Q, t.SEG_INDEX, t.VR
 local IF = 0x2001
 
 local function store(db, ifx, seg, bgn, fin, group)
@@ -14,7 +13,7 @@ local function store(db, ifx, seg, bgn, fin, group)
 end
 
 local function ranges(db, ifx)
-  return m.rows(db, DOT1Q, function(r) return string.format("%d %d [%d,%d]", r[2], r[6], r[4], r[5]) end,
+  return t.rows(db, DOT1Q, function(r) return string.format("%d %d [%d,%d]", r[2], r[6], r[4], r[5]) end,
     ifx and { [2] = ifx } or nil)
 end
 
@@ -25,12 +24,12 @@ end
 
 -- The inserted Dot1Q record carrying every attribute of the request.
 local function dot1q_insert(seg, bgn, fin)
-  return m.w("insert", DOT1Q, 1, { [1] = 11, [2] = IF, [3] = seg, [4] = bgn, [5] = fin, [6] = 1, [7] = VR,
+  return t.w("insert", DOT1Q, 1, { [1] = 11, [2] = IF, [3] = seg, [4] = bgn, [5] = fin, [6] = 1, [7] = VR,
     [8] = 88, [9] = 0, [10] = 10 })
 end
 
-local function seg_insert(seg) return m.w("insert", SEG_INDEX, 0, { [1] = seg, [2] = VR }) end
-local function dot1q_delete(seg) return m.w("delete", DOT1Q, 1, { [2] = IF, [3] = seg }) end
+local function seg_insert(seg) return t.w("insert", SEG_INDEX, 0, { [1] = seg, [2] = VR }) end
+local function dot1q_delete(seg) return t.w("delete", DOT1Q, 1, { [2] = IF, [3] = seg }) end
 
 -- The index the last call took, read from its SEG_INDEX write.
 local function taken_index(lines)
@@ -38,7 +37,7 @@ local function taken_index(lines)
 end
 
 local function worked_example()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, IF, 900, 10, 19, 1)
   store(db, IF, 901, 31, 40, 1)
   return db
@@ -47,63 +46,63 @@ end
 t.case("a range between two neighbours fuses with both under a new index", function()
   local db = worked_example()
   t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
-  local lines = m.writes(db)
+  local lines = t.writes(db)
   local seg = taken_index(lines)
-  m.same_lines(lines, { seg_insert(seg), dot1q_insert(seg, 10, 40), dot1q_delete(900), dot1q_delete(901) }, "writes")
-  m.same_lines(ranges(db), { string.format("%d 1 [10,40]", IF) }, "stored")
-  m.no_leak(db)
+  t.lines(lines, { seg_insert(seg), dot1q_insert(seg, 10, 40), dot1q_delete(900), dot1q_delete(901) }, "writes")
+  t.lines(ranges(db), { string.format("%d 1 [10,40]", IF) }, "stored")
+  t.no_leak(db)
 end)
 
 t.case("neighbours of another group or interface are left alone", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, IF, 900, 10, 19, 2)
   store(db, IF + 1, 901, 31, 40, 1)
   t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
-  local lines = m.writes(db)
+  local lines = t.writes(db)
   local seg = taken_index(lines)
-  m.same_lines(lines, { seg_insert(seg), dot1q_insert(seg, 20, 30) }, "writes")
+  t.lines(lines, { seg_insert(seg), dot1q_insert(seg, 20, 30) }, "writes")
 end)
 
 t.case("only abutting ranges are neighbours, and only one step is taken", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, IF, 900, 10, 18, 1)     -- ends two before: a gap
   store(db, IF, 901, 32, 40, 1)
   store(db, IF, 902, 20, 25, 1)     -- overlaps the new range: not looked for
   t.same(t.pack(merge(args(20, 30))), { 0 }, "result")
-  local lines = m.writes(db)
-  m.same_lines(lines, { seg_insert(taken_index(lines)), dot1q_insert(taken_index(lines), 20, 30) }, "writes")
+  local lines = t.writes(db)
+  t.lines(lines, { seg_insert(taken_index(lines)), dot1q_insert(taken_index(lines), 20, 30) }, "writes")
 end)
 
 t.case("no left neighbour below VLAN 1 and no right neighbour above 4094", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, IF, 900, 0, 0, 1)
   store(db, IF, 901, 4095, 4095, 1)
   t.same(t.pack(merge(args(1, 5))), { 0 }, "at 1")
   t.same(t.pack(merge(args(4090, 4094))), { 0 }, "at 4094")
-  local lines = m.writes(db)
+  local lines = t.writes(db)
   t.eq(#lines, 4, "two inserts each, no delete")
   t.eq(#ranges(db), 4, "stored ranges")
-  local db2 = m.fresh()
+  local db2 = t.fresh()
   store(db2, IF, 900, 1, 1, 1)
   store(db2, IF, 901, 4094, 4094, 1)
   t.same(t.pack(merge(args(2, 4093))), { 0 }, "between the ends")
-  m.same_lines(ranges(db2), { string.format("%d 1 [1,4094]", IF) }, "fused across the whole range")
+  t.lines(ranges(db2), { string.format("%d 1 [1,4094]", IF) }, "fused across the whole range")
 end)
 
 t.case("every merge takes a new index and records it with the VR ID", function()
-  local db = m.fresh()
+  local db = t.fresh()
   local seen = {}
   for i = 0, 5 do
     t.same(t.pack(merge(args(100 + 10 * i, 104 + 10 * i))), { 0 }, "merge " .. i)
-    local seg = taken_index(m.writes(db))
-    m.truthy(not seen[seg], "index " .. seg .. " handed out twice")
+    local seg = taken_index(t.writes(db))
+    t.check(not seen[seg], "index " .. seg .. " handed out twice")
     seen[seg] = true
   end
   t.eq(db:count(SEG_INDEX, { [2] = VR }), 6, "SEG_INDEX records")
 end)
 
 t.case("values are cut to their field widths and not validated", function()
-  local db = m.fresh()
+  local db = t.fresh()
   t.same(t.pack(merge({ IF, 0x10000 + 30, 20, 0x102, VR, 1, 2, 0x1FF })), { 0 }, "result")
   local r = db:rows(DOT1Q)[1]
   t.eq(r[4], 30, "begin")
@@ -126,7 +125,7 @@ end)
 -- Random non-overlapping ranges on two interfaces and two groups; the model fuses a new range
 -- with the model range ending just before it and the one beginning just after it.
 t.case("random merges keep every VLAN once and fuse exactly the abutting neighbours", function()
-  local db = m.fresh()
+  local db = t.fresh()
   local model = {}           -- key "if group" -> list of {bgn, fin}
   math.randomseed(42)
   local function owner(key, v)
@@ -162,11 +161,11 @@ t.case("random merges keep every VLAN once and fuse exactly the abutting neighbo
         for _, r in ipairs(l) do want[#want + 1] = string.format("%s [%d,%d]", k, r[1], r[2]) end
       end
       table.sort(want)
-      m.same_lines(ranges(db), want, "after step " .. step)
+      t.lines(ranges(db), want, "after step " .. step)
     end
   end
   db:journal()
-  m.no_leak(db)
+  t.no_leak(db)
 end)
 
 -- Failure sites of the worked example, in call order. A failed neighbour read counts as no
@@ -180,16 +179,16 @@ local function expect_outcome(db, r, n, want, kind)
   if want == "fail" then
     t.same(r, { 1 }, what)
     t.eq(#stored, 2, what .. ": stored ranges")
-    m.truthy(has(10, 19) and has(31, 40), what .. ": neighbours kept")
+    t.check(has(10, 19) and has(31, 40), what .. ": neighbours kept")
     return
   end
   t.same(r, { 0 }, what)
   local b, e = want[1]:match("(%d+),(%d+)")
-  m.truthy(has(b, e), what .. ": merged range " .. want[1])
+  t.check(has(b, e), what .. ": merged range " .. want[1])
   t.eq(#stored, #want, what .. ": stored ranges")
   for i = 2, #want do
     local kb, ke = want[i]:match("(%d+),(%d+)")
-    m.truthy(has(kb, ke), what .. ": kept " .. want[i])
+    t.check(has(kb, ke), what .. ": kept " .. want[i])
   end
 end
 
@@ -198,7 +197,7 @@ t.case("an allocation failing at each site gives the documented outcome without 
     { no_left, "10,19" }, { no_left, "10,19" },       -- left read: record set, result buffer
     { no_right, "31,40" }, { no_right, "31,40" },     -- right read
   }
-  local n = m.sweep("alloc", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
+  local n = t.sweep("alloc", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
     local w = plan[n] or { fused }
     expect_outcome(db, r, n, w, "alloc")
     if not plan[n] then return "clean" end
@@ -218,12 +217,12 @@ t.case("a client call failing at each site gives the documented outcome", functi
     { fused, "10,19" },               -- delete of the left neighbour fails, the call still succeeds
     { fused, "31,40" },               -- delete of the right neighbour
   }
-  local n = m.sweep("call", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
-    local lines = m.writes(db)
+  local n = t.sweep("call", worked_example, function() return merge(args(20, 30)) end, function(n, r, db)
+    local lines = t.writes(db)
     expect_outcome(db, r, n, plan[n] or { fused }, "call")
     if n == 5 then t.eq(#lines, 0, "no write after a failed hand-out") end
     if n == 6 then t.eq(#lines, 0, "no write after a failed index record") end
-    if n == 7 then m.same_lines(lines, { seg_insert(taken_index(lines)) }, "only the index record") end
+    if n == 7 then t.lines(lines, { seg_insert(taken_index(lines)) }, "only the index record") end
     if n > #plan then return "clean" end
   end)
   t.eq(n, 10, "client calls of a merge")

@@ -2,11 +2,10 @@
 -- order, the key text, refused arguments, random sequences checked against a cell model, and
 -- every injected allocation or client-call failure.
 local t = require "testlib"
-local m = require "matchlib"
 local lib = require "libvlanluaext"
 
 local merge = lib.VLAN_spt_QinQMatchMerge
-local QINQ, SEG_INDEX, VR = m.QINQ, m.SEG_INDEX, m.VR
+local QINQ, SEG_INDEX, VR = t.QINQ, t.SEG_INDEX, t.VR
 local IF, MAIN = 0x3001, 0x3000
 
 local function store(db, seg, pe1, pe2, ce1, ce2, opts)
@@ -22,7 +21,7 @@ local function args(pe1, pe2, ce1, ce2, opts)
 end
 
 local function rects(db, where)
-  return m.rows(db, QINQ, function(r)
+  return t.rows(db, QINQ, function(r)
     return string.format("%d/%d/%d PE[%d,%d] CE[%d,%d]", r[2], r[9], r[8], r[4], r[5], r[6], r[7])
   end, where)
 end
@@ -34,14 +33,14 @@ local function taken_index(lines)
 end
 
 local function qinq_insert(seg, pe1, pe2, ce1, ce2)
-  return m.w("insert", QINQ, 1, { [1] = 9, [2] = IF, [3] = seg, [4] = pe1, [5] = pe2, [6] = ce1, [7] = ce2,
+  return t.w("insert", QINQ, 1, { [1] = 9, [2] = IF, [3] = seg, [4] = pe1, [5] = pe2, [6] = ce1, [7] = ce2,
     [8] = 1, [9] = VR, [10] = MAIN, [11] = 42, [12] = "key-a" })
 end
-local function qinq_delete(seg) return m.w("delete", QINQ, 1, { [2] = IF, [3] = seg }) end
-local function seg_insert(seg) return m.w("insert", SEG_INDEX, 0, { [1] = seg, [2] = VR }) end
+local function qinq_delete(seg) return t.w("delete", QINQ, 1, { [2] = IF, [3] = seg }) end
+local function seg_insert(seg) return t.w("insert", SEG_INDEX, 0, { [1] = seg, [2] = VR }) end
 
 local function worked_example()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, 900, 100, 100, 1, 10)
   store(db, 901, 100, 100, 21, 30)
   return db
@@ -50,51 +49,51 @@ end
 t.case("a rectangle between two stored ones fuses with both: deletes first, then the insert", function()
   local db = worked_example()
   t.same(t.pack(merge(args(100, 100, 11, 20))), { 0, 1 }, "result and merged flag")
-  local lines = m.writes(db)
+  local lines = t.writes(db)
   local seg = taken_index(lines)
-  m.same_lines(lines, { qinq_delete(900), qinq_delete(901), seg_insert(seg), qinq_insert(seg, 100, 100, 1, 30) },
+  t.lines(lines, { qinq_delete(900), qinq_delete(901), seg_insert(seg), qinq_insert(seg, 100, 100, 1, 30) },
     "writes: the merged record carries the new record's attributes")
-  m.same_lines(rects(db), { string.format("%d/%d/1 PE[100,100] CE[1,30]", IF, VR) }, "stored")
-  m.no_leak(db)
+  t.lines(rects(db), { string.format("%d/%d/1 PE[100,100] CE[1,30]", IF, VR) }, "stored")
+  t.no_leak(db)
 end)
 
 t.case("records of another VR ID, group or interface are not read", function()
   for _, other in ipairs({ { vr = VR + 1 }, { group = 2 }, { ifx = IF + 1 } }) do
-    local db = m.fresh()
+    local db = t.fresh()
     store(db, 900, 100, 100, 1, 10, other)
     t.same(t.pack(merge(args(100, 100, 11, 20))), { 0, 0 }, "result")
-    local lines = m.writes(db)
-    m.same_lines(lines, { seg_insert(taken_index(lines)), qinq_insert(taken_index(lines), 100, 100, 11, 20) },
+    local lines = t.writes(db)
+    t.lines(lines, { seg_insert(taken_index(lines)), qinq_insert(taken_index(lines), 100, 100, 11, 20) },
       "stored alone")
   end
 end)
 
 t.case("an overlapping stored rectangle is left beside the new one", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, 900, 100, 100, 5, 15)
   t.same(t.pack(merge(args(100, 100, 11, 20))), { 0, 0 }, "result")
   t.eq(#rects(db), 2, "both stored")
 end)
 
 t.case("a rectangle abutting only the widened one is absorbed, in the same or a later pass", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, 900, 5, 5, 3, 3)        -- abuts only after CE [2,2] is absorbed: second pass
   store(db, 901, 5, 5, 2, 2)
   store(db, 902, 6, 6, 1, 3)        -- abuts only after both: third pass, widening PE
   t.same(t.pack(merge(args(5, 5, 1, 1))), { 0, 1 }, "result")
-  local lines = m.writes(db)
+  local lines = t.writes(db)
   local seg = taken_index(lines)
-  m.same_lines(lines, { qinq_delete(901), qinq_delete(900), qinq_delete(902), seg_insert(seg),
+  t.lines(lines, { qinq_delete(901), qinq_delete(900), qinq_delete(902), seg_insert(seg),
     qinq_insert(seg, 5, 6, 1, 3) }, "absorbed in pass order")
-  local db2 = m.fresh()
+  local db2 = t.fresh()
   store(db2, 900, 5, 5, 2, 2)
   store(db2, 901, 5, 5, 3, 3)       -- later in the list: same pass
   t.same(t.pack(merge(args(5, 5, 1, 1))), { 0, 1 }, "result")
-  m.same_lines(rects(db2), { string.format("%d/%d/1 PE[5,5] CE[1,3]", IF, VR) }, "stored")
+  t.lines(rects(db2), { string.format("%d/%d/1 PE[5,5] CE[1,3]", IF, VR) }, "stored")
 end)
 
 t.case("when nothing abuts the new rectangle itself, nothing is merged", function()
-  local db = m.fresh()
+  local db = t.fresh()
   store(db, 900, 5, 5, 3, 3)
   store(db, 901, 5, 5, 4, 4)        -- these two abut each other, not the new one
   t.same(t.pack(merge(args(5, 5, 1, 1))), { 0, 0 }, "result")
@@ -102,7 +101,7 @@ t.case("when nothing abuts the new rectangle itself, nothing is merged", functio
 end)
 
 t.case("the key text is copied without terminator up to 64 characters, else left zero", function()
-  local db = m.fresh()
+  local db = t.fresh()
   local k64, k65 = string.rep("k", 64), string.rep("z", 65)
   t.same(t.pack(merge(args(1, 1, 1, 1, { key = k64 }))), { 0, 0 }, "64")
   t.same(t.pack(merge(args(3, 3, 1, 1, { key = k65 }))), { 0, 0 }, "65")
@@ -144,7 +143,7 @@ local function scope_rects(db, ifx, group)
 end
 
 t.case("random merges tile exactly the configured cells and leave no abutting pair behind", function()
-  local db = m.fresh()
+  local db = t.fresh()
   math.randomseed(7)
   local cells = {}
   local merged_calls = 0
@@ -177,8 +176,8 @@ t.case("random merges tile exactly the configured cells and leave no abutting pa
       for _, s in ipairs(after) do
         for p = s[1], s[2] do
           for c = s[3], s[4] do
-            m.truthy(not seen[p * 100 + c], "step " .. step .. ": cell stored twice")
-            m.truthy(cells[key][p * 100 + c], "step " .. step .. ": cell never configured")
+            t.check(not seen[p * 100 + c], "step " .. step .. ": cell stored twice")
+            t.check(cells[key][p * 100 + c], "step " .. step .. ": cell never configured")
             seen[p * 100 + c] = true
             n = n + 1
           end
@@ -192,17 +191,17 @@ t.case("random merges tile exactly the configured cells and leave no abutting pa
         for _, s in ipairs(after) do
           if s[1] <= r[1] and s[2] >= r[2] and s[3] <= r[3] and s[4] >= r[4] then home = s end
         end
-        m.truthy(home, "step " .. step .. ": no rectangle holds the new one")
+        t.check(home, "step " .. step .. ": no rectangle holds the new one")
         for _, s in ipairs(after) do
-          m.truthy(s == home or not abut(home, s), "step " .. step .. ": merge stopped early")
+          t.check(s == home or not abut(home, s), "step " .. step .. ": merge stopped early")
         end
-        m.truthy(#after < #before + 1, "step " .. step .. ": nothing absorbed")
+        t.check(#after < #before + 1, "step " .. step .. ": nothing absorbed")
       end
     end
   end
-  m.truthy(merged_calls > 20, "the sequence merged too rarely to prove anything")
+  t.check(merged_calls > 20, "the sequence merged too rarely to prove anything")
   db:journal()
-  m.no_leak(db)
+  t.no_leak(db)
 end)
 
 -- Failure sites of the worked example. Nothing is rolled back: absorbed records deleted before
@@ -212,17 +211,17 @@ local function expect_state(db, r, what, want_rects, want_code)
   local got = {}
   for _, s in ipairs(scope_rects(db, IF, 1)) do got[#got + 1] = string.format("%d-%d", s[3], s[4]) end
   table.sort(got)
-  m.same_lines(got, want_rects, what .. ": stored CE ranges")
+  t.lines(got, want_rects, what .. ": stored CE ranges")
 end
 
 local untouched, fused = { "1-10", "21-30" }, { "1-30" }
 
 t.case("an allocation failing at each site fails before any write, without a leak", function()
-  local n = m.sweep("alloc", worked_example, function() return merge(args(100, 100, 11, 20)) end,
+  local n = t.sweep("alloc", worked_example, function() return merge(args(100, 100, 11, 20)) end,
     function(n, r, db)
       if n <= 7 then   -- record set, result buffer, two stored nodes, two copies, the merged node
         expect_state(db, r, "alloc n=" .. n, untouched, 1)
-        t.eq(#m.writes(db), 0, "alloc n=" .. n .. ": writes")
+        t.eq(#t.writes(db), 0, "alloc n=" .. n .. ": writes")
       else
         expect_state(db, r, "alloc n=" .. n, fused, 0)
         return "clean"
@@ -242,7 +241,7 @@ t.case("a client call failing at each site leaves only the writes made before it
     { {}, 1 },                  -- SEG_INDEX record
     { {}, 1 },                  -- insert of the merged rectangle
   }
-  local n = m.sweep("call", worked_example, function() return merge(args(100, 100, 11, 20)) end,
+  local n = t.sweep("call", worked_example, function() return merge(args(100, 100, 11, 20)) end,
     function(n, r, db)
       local p = plan[n] or { fused, 0 }
       expect_state(db, r, "call n=" .. n, p[1], p[2])

@@ -2,11 +2,10 @@
 -- against a brute-force expansion of the stored rectangles, the interface window, refused
 -- arguments and injected failures.
 local t = require "testlib"
-local m = require "matchlib"
 local lib = require "libvlanluaext"
 
 local walk = lib.VLAN_spt_GetNextQinQMibQuery
-local QINQ, IF_INFO, VR = m.QINQ, m.IF_INFO, m.VR
+local QINQ, IF_INFO, VR = t.QINQ, t.IF_INFO, t.VR
 
 local function iface(db, ifx, vr, kind)
   db:insert(IF_INFO, { [2] = ifx, [3] = vr or VR, [4] = kind or 1 })
@@ -33,7 +32,7 @@ local function page(ifx, pe, ce, num)
 end
 
 local function worked_example()
-  local db = m.fresh()
+  local db = t.fresh()
   iface(db, 7)
   iface(db, 9)
   rect(db, 7, 10, 11, 1, 5)
@@ -45,41 +44,41 @@ local R1, R2, R3 = "(7,10,1-5,g0)", "(7,11,1-5,g0)", "(9,3,8-9,g0)"
 
 t.case("rows follow the position in (interface, PE VLAN, first CE VLAN) order", function()
   local db = worked_example()
-  m.same_lines(page(0, 0, 0, 10), { R1, R2, R3 }, "from the start")
-  m.same_lines(page(7, 10, 1, 10), { R2, R3 }, "after (7,10,1)")
-  m.same_lines(page(7, 10, 0, 10), { R1, R2, R3 }, "before (7,10,1)")
-  m.same_lines(page(9, 3, 8, 10), {}, "after the last row")
+  t.lines(page(0, 0, 0, 10), { R1, R2, R3 }, "from the start")
+  t.lines(page(7, 10, 1, 10), { R2, R3 }, "after (7,10,1)")
+  t.lines(page(7, 10, 0, 10), { R1, R2, R3 }, "before (7,10,1)")
+  t.lines(page(9, 3, 8, 10), {}, "after the last row")
   t.clean(db, "walk")
 end)
 
 t.case("a page holds at most uiQueryNum rows, and 0 gives an empty table", function()
   worked_example()
-  m.same_lines(page(0, 0, 0, 1), { R1 }, "one row")
-  m.same_lines(page(0, 0, 0, 2), { R1, R2 }, "two rows")
-  m.same_lines(page(0, 0, 0, 0), {}, "none")
+  t.lines(page(0, 0, 0, 1), { R1 }, "one row")
+  t.lines(page(0, 0, 0, 2), { R1, R2 }, "two rows")
+  t.lines(page(0, 0, 0, 0), {}, "none")
 end)
 
 t.case("the row fields and PE and CE positions cut to 16 bits", function()
-  local db = m.fresh()
+  local db = t.fresh()
   iface(db, 5)
   rect(db, 5, 4094, 4094, 4000, 4094, 3)
   local rows, raw = page(5, 0x10000 + 4093, 0, 10)
-  m.same_lines(rows, { "(5,4094,4000-4094,g3)" }, "row")
+  t.lines(rows, { "(5,4094,4000-4094,g3)" }, "row")
   t.eq(raw[1].ifIndex, 5, "ifIndex")
   t.eq(raw[1].ceVlanEnd, 4094, "ceVlanEnd")
 end)
 
 t.case("a CE range beginning at 4095 never follows a position on its own PE VLAN", function()
-  local db = m.fresh()
+  local db = t.fresh()
   iface(db, 5)
   rect(db, 5, 10, 10, 4095, 4095)
-  m.same_lines(page(5, 10, 0, 10), {}, "same PE VLAN")
-  m.same_lines(page(5, 9, 4094, 10), { "(5,10,4095-4095,g0)" }, "earlier PE VLAN")
-  m.same_lines(page(4, 10, 0, 10), { "(5,10,4095-4095,g0)" }, "earlier interface")
+  t.lines(page(5, 10, 0, 10), {}, "same PE VLAN")
+  t.lines(page(5, 9, 4094, 10), { "(5,10,4095-4095,g0)" }, "earlier PE VLAN")
+  t.lines(page(4, 10, 0, 10), { "(5,10,4095-4095,g0)" }, "earlier interface")
 end)
 
 t.case("only kind-1 interfaces of the VR are walked, and only that VR's records", function()
-  local db = m.fresh()
+  local db = t.fresh()
   iface(db, 3, VR, 2)
   iface(db, 4, VR + 1, 1)
   iface(db, 5)
@@ -87,17 +86,17 @@ t.case("only kind-1 interfaces of the VR are walked, and only that VR's records"
   rect(db, 4, 1, 1, 1, 1)
   rect(db, 5, 1, 1, 1, 1, 0, VR + 1)
   rect(db, 5, 2, 2, 1, 1)
-  m.same_lines(page(0, 0, 0, 10), { "(5,2,1-1,g0)" }, "rows")
+  t.lines(page(0, 0, 0, 10), { "(5,2,1-1,g0)" }, "rows")
 end)
 
 t.case("one call looks at the first 64 interfaces at or after the position only", function()
-  local db = m.fresh()
+  local db = t.fresh()
   for i = 1, 64 do iface(db, 100 + i) end
   iface(db, 500)
   rect(db, 500, 1, 1, 1, 1)
-  m.same_lines(page(0, 0, 0, 10), {}, "64 empty interfaces first")
-  m.same_lines(page(101, 0, 0, 10), {}, "from the first one")
-  m.same_lines(page(102, 0, 0, 10), { "(500,1,1-1,g0)" }, "from the second one")
+  t.lines(page(0, 0, 0, 10), {}, "64 empty interfaces first")
+  t.lines(page(101, 0, 0, 10), {}, "from the first one")
+  t.lines(page(102, 0, 0, 10), { "(500,1,1-1,g0)" }, "from the second one")
 end)
 
 t.case("wrong argument counts or types, the all-ones interface and no database give 1 and nil", function()
@@ -106,7 +105,7 @@ t.case("wrong argument counts or types, the all-ones interface and no database g
   t.same(t.pack(walk(0, 0, 0, VR, 10, 1)), { n = 2, 1, nil }, "six values")
   t.same(t.pack(walk(0, 0, "x", VR, 10)), { n = 2, 1, nil }, "a string")
   t.same(t.pack(walk(0xFFFFFFFF, 0, 0, VR, 10)), { n = 2, 1, nil }, "all-ones interface")
-  m.same_lines(page(0xFFFFFFFE, 0, 0, 10), {}, "just below")
+  t.lines(page(0xFFFFFFFE, 0, 0, 10), {}, "just below")
   require("cfgdb").unbind()
   t.same(t.pack(walk(0, 0, 0, VR, 10)), { n = 2, 1, nil }, "no database")
   db:bind()
@@ -116,7 +115,7 @@ end)
 -- Random disjoint rectangles on a dozen interfaces, some of another VR or kind, expanded by
 -- brute force; paging through with any page size must give the expansion's rows in order.
 t.case("paging with 1, 7 and 64 rows gives the brute-force expansion, as one large page does", function()
-  local db = m.fresh()
+  local db = t.fresh()
   math.randomseed(99)
   local want = {}
   local taken = {}
@@ -145,21 +144,21 @@ t.case("paging with 1, 7 and 64 rows gives the brute-force expansion, as one lar
   end)
   local expected = {}
   for i, w in ipairs(want) do expected[i] = string.format("(%d,%d,%d-%d,g%d)", w[1], w[2], w[3], w[4], w[5]) end
-  m.truthy(#expected > 100, "too few rows to page through")
-  m.same_lines(page(0, 0, 0, 100000), expected, "one large page")
+  t.check(#expected > 100, "too few rows to page through")
+  t.lines(page(0, 0, 0, 100000), expected, "one large page")
   for _, size in ipairs({ 1, 7, 64 }) do
     local got, pos = {}, { 0, 0, 0 }
     for _ = 1, #expected + 2 do
       local rows, raw = page(pos[1], pos[2], pos[3], size)
       if #rows == 0 then break end
-      m.truthy(#rows <= size, "page larger than asked")
+      t.check(#rows <= size, "page larger than asked")
       for _, r in ipairs(rows) do got[#got + 1] = r end
       local last = raw[#raw]
       pos = { last.ifIndex, last.peVlan, last.ceVlanBegin }
     end
-    m.same_lines(got, expected, "pages of " .. size)
+    t.lines(got, expected, "pages of " .. size)
   end
-  m.no_leak(db)
+  t.no_leak(db)
 end)
 
 -- Failure sites of the worked example's first page: the interface query fails the walk; a
@@ -173,7 +172,7 @@ local function sweep_check(plan, kind)
       t.eq(r[1], 0, kind .. " n=" .. n)
       local rows = {}
       for i, row in ipairs(r[2]) do rows[i] = fmt(row) end
-      m.same_lines(rows, p or { R1, R2, R3 }, kind .. " n=" .. n)
+      t.lines(rows, p or { R1, R2, R3 }, kind .. " n=" .. n)
     end
     t.clean(db, kind .. " n=" .. n)
     if not p then return "clean" end
@@ -189,7 +188,7 @@ t.case("an allocation failing at each site of a page gives the documented rows",
     { R1, R2 }, { R1, R2 },     -- interface 9: record set, result buffer
     { R1, R2 },                 -- its row
   }
-  local n = m.sweep("alloc", worked_example, function() return walk(0, 0, 0, VR, 10) end, sweep_check(plan, "alloc"))
+  local n = t.sweep("alloc", worked_example, function() return walk(0, 0, 0, VR, 10) end, sweep_check(plan, "alloc"))
   t.eq(n, 10, "allocations of a page")
 end)
 
@@ -205,7 +204,7 @@ t.case("a client call failing at each site of a page gives the documented rows",
     { R1, R2 },                 -- select
   }
   local check = sweep_check(plan, "call")
-  local n = m.sweep("call", worked_example, function() return walk(0, 0, 0, VR, 10) end, function(n, r, db)
+  local n = t.sweep("call", worked_example, function() return walk(0, 0, 0, VR, 10) end, function(n, r, db)
     check(n, r, db)
     if n > #plan then return "clean" end
   end)

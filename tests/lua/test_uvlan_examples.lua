@@ -1,14 +1,9 @@
 -- VLAN_spt_SetUserVlanQinQSvc on small known cases: its results, the rows it leaves, and the
 -- order, tables, field lists and flags of its writes as the database journals them.
+local t = require "testlib"
 local U = require "uvlan_util"
 
-local tests = {}
-local function case(name, fn) tests[#tests + 1] = {name, fn} end
-
-local function fresh()
-  local db = U.open()
-  return db
-end
+local case, fresh = t.case, U.open
 
 local function rowlist(db, ifx)
   local out = {}
@@ -28,34 +23,34 @@ end
 
 case("overlapping request with equal services merges into one new row, old row deleted last", function()
   local db = fresh()
-  U.eq(U.set(7, 100, 199, 1, 10, {1, 7}).code, 0, "setup")
+  t.eq(U.set(7, 100, 199, 1, 10, {1, 7}).code, 0, "setup")
   local old = U.rows(db, 7)[1]
   db:journal()
   local r = U.set(7, 150, 249, 1, 10, {1, 7})
-  U.eq(r.code, 0, "code"); U.eq(r.chg, nil, "second"); U.eq(r.text, "", "text")
-  U.eq(r.segchg, 2, "fourth"); U.eq(r.adddel, 4, "fifth")
-  U.eq(rowlist(db, 7), "PE[100-249]xCE[1-10] {1=7}", "rows")
+  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "second"); t.eq(r.text, "", "text")
+  t.eq(r.segchg, 2, "fourth"); t.eq(r.adddel, 4, "fifth")
+  t.eq(rowlist(db, 7), "PE[100-249]xCE[1-10] {1=7}", "rows")
   local new = U.rows(db, 7)[1]
   local j = U.uvjournal(db)
-  U.eq(ops(j), table.concat({
+  t.eq(ops(j), table.concat({
     "insert 08361118 [1,2,3,4,5,6,7,8,9,10,11] flag 1",
     "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "delete 08361118 [1,2] flag 1"}, "\n"), "writes")
-  U.eq(j[1].fields[2], new.idx, "new row index"); U.eq(j[2].fields[2], new.idx, "services under the new index")
-  U.eq(j[2].fields[7], 7, "service type 1 in field 7"); U.eq(j[3].fields[2], old.idx, "old row deleted")
+  t.eq(j[1].fields[2], new.idx, "new row index"); t.eq(j[2].fields[2], new.idx, "services under the new index")
+  t.eq(j[2].fields[7], 7, "service type 1 in field 7"); t.eq(j[3].fields[2], old.idx, "old row deleted")
   db:close()
 end)
 
 case("segment row carries the request's rectangle and owner key field by field", function()
   local db = fresh()
   db:journal()
-  U.eq(U.call(U.arg1(9, 20, 30, 5, 6, {vr = 0, a = 101, b = 202, up = 303, name = "cust"}), {}).code, 0, "code")
+  t.eq(U.call(U.arg1(9, 20, 30, 5, 6, {vr = 0, a = 101, b = 202, up = 303, name = "cust"}), {}).code, 0, "code")
   local j = U.uvjournal(db)
-  U.eq(#j, 1, "one insert, no service rows for an empty service table")
+  t.eq(#j, 1, "one insert, no service rows for an empty service table")
   local f = j[1].fields
-  U.eq(f[1], 9, "ifindex"); U.eq(f[3], 202, "key b"); U.eq(f[5], 5, "CE begin"); U.eq(f[6], 6, "CE end")
-  U.eq(f[7], 20, "PE begin"); U.eq(f[8], 30, "PE end"); U.eq(f[9], 101, "key a"); U.eq(f[10], 303, "up id")
-  U.eq(f[11], "cust", "key name")
+  t.eq(f[1], 9, "ifindex"); t.eq(f[3], 202, "key b"); t.eq(f[5], 5, "CE begin"); t.eq(f[6], 6, "CE end")
+  t.eq(f[7], 20, "PE begin"); t.eq(f[8], 30, "PE end"); t.eq(f[9], 101, "key a"); t.eq(f[10], 303, "up id")
+  t.eq(f[11], "cust", "key name")
   db:close()
 end)
 
@@ -64,11 +59,11 @@ case("changing services of one exact stored segment updates its rows in place", 
   U.set(7, 10, 20, 1, 5, {1, 3, 9, 4})
   db:journal()
   local r = U.set(7, 10, 20, 1, 5, {2, 6, 10, 8})
-  U.eq(r.code, 0, "code"); U.eq(r.chg, nil, "second"); U.eq(r.segchg, nil, "fourth"); U.eq(r.adddel, nil, "fifth")
-  U.eq(ops(U.uvjournal(db)), table.concat({
+  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "second"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth")
+  t.eq(ops(U.uvjournal(db)), table.concat({
     "set 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "set 08360535 [1,2,3,5,6,7,8,9,10,11,12,13] flag 1"}, "\n"), "every loaded type written; VPN without field 4")
-  U.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3,2=6,9=4,10=8}", "rows")
+  t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3,2=6,9=4,10=8}", "rows")
   db:close()
 end)
 
@@ -76,8 +71,8 @@ case("services given to a segment stored without service rows are created", func
   local db = fresh()
   U.set(7, 10, 20, 1, 5, {})
   db:journal()
-  U.eq(U.set(7, 10, 20, 1, 5, {3, 1}).code, 0, "code")
-  U.eq(ops(U.uvjournal(db)), "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1", "writes")
+  t.eq(U.set(7, 10, 20, 1, 5, {3, 1}).code, 0, "code")
+  t.eq(ops(U.uvjournal(db)), "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1", "writes")
   db:close()
 end)
 
@@ -85,9 +80,9 @@ case("every service of a segment cleared with value 0 deletes its service rows",
   local db = fresh()
   U.set(7, 10, 20, 1, 5, {1, 3, 9, 4})
   db:journal()
-  U.eq(U.set(7, 10, 20, 1, 5, {1, 0, 9, 0}).code, 0, "code")
-  U.eq(ops(U.uvjournal(db)), "delete 08361119 [2] flag 1\ndelete 08360535 [2] flag 1", "writes")
-  U.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {}", "rows")
+  t.eq(U.set(7, 10, 20, 1, 5, {1, 0, 9, 0}).code, 0, "code")
+  t.eq(ops(U.uvjournal(db)), "delete 08361119 [2] flag 1\ndelete 08360535 [2] flag 1", "writes")
+  t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {}", "rows")
   db:close()
 end)
 
@@ -96,15 +91,15 @@ case("a request equal to the stored state writes nothing", function()
   U.set(7, 10, 20, 1, 5, {1, 3})
   db:journal()
   local r = U.set(7, 12, 15, 2, 3, {1, 3})
-  U.eq(r.code, 0, "code"); U.eq(#db:journal(), 0, "writes")
+  t.eq(r.code, 0, "code"); t.eq(#db:journal(), 0, "writes")
   db:close()
 end)
 
 case("an empty service table keeps stored services and adds bare rows elsewhere", function()
   local db = fresh()
   U.set(7, 10, 20, 1, 5, {1, 3})
-  U.eq(U.set(7, 10, 20, 1, 10, {}).code, 0, "code")
-  U.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3}; PE[10-20]xCE[6-10] {}", "rows")
+  t.eq(U.set(7, 10, 20, 1, 10, {}).code, 0, "code")
+  t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3}; PE[10-20]xCE[6-10] {}", "rows")
   db:close()
 end)
 
@@ -114,7 +109,7 @@ case("stored key words replace those of the request", function()
   db:journal()
   U.set(7, 21, 30, 1, 5, {1, 4}, {a = 8, b = 9})
   local j = U.uvjournal(db)
-  U.eq(j[1].fields[9], 1, "key a of the first stored row"); U.eq(j[1].fields[3], 2, "key b of the first stored row")
+  t.eq(j[1].fields[9], 1, "key a of the first stored row"); t.eq(j[1].fields[3], 2, "key b of the first stored row")
   db:close()
 end)
 
@@ -126,14 +121,14 @@ case("removal of the middle of a segment stores the outer part again", function(
   local old = U.rows(db, 7)[1]
   db:journal()
   local r = U.set(7, 10, 19, 1, 5, {255, 1})
-  U.eq(r.code, 0, "code"); U.eq(r.chg, nil, "one in, one out"); U.eq(r.segchg, nil, "fourth"); U.eq(r.adddel, 4, "fifth")
-  U.eq(rowlist(db, 7), "PE[20-29]xCE[1-5] {1=3}", "rows")
+  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "one in, one out"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, 4, "fifth")
+  t.eq(rowlist(db, 7), "PE[20-29]xCE[1-5] {1=3}", "rows")
   local j = U.uvjournal(db)
-  U.eq(ops(j), table.concat({
+  t.eq(ops(j), table.concat({
     "insert 08361118 [1,2,3,4,5,6,7,8,9,10,11] flag 1",
     "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "delete 08361118 [1,2] flag 1"}, "\n"), "writes")
-  U.eq(j[3].fields[2], old.idx, "old row deleted after the new one is in")
+  t.eq(j[3].fields[2], old.idx, "old row deleted after the new one is in")
   db:close()
 end)
 
@@ -141,8 +136,8 @@ case("removal of a whole segment deletes its row and reports one row less", func
   local db = fresh()
   U.set(7, 10, 29, 1, 5, {1, 3})
   local r = U.set(7, 10, 29, 1, 5, {16, 2})
-  U.eq(r.code, 0, "code"); U.eq(r.chg, -1, "rows inserted minus deleted"); U.eq(r.adddel, nil, "fifth")
-  U.eq(rowlist(db, 7), "", "rows")
+  t.eq(r.code, 0, "code"); t.eq(r.chg, -1, "rows inserted minus deleted"); t.eq(r.adddel, nil, "fifth")
+  t.eq(rowlist(db, 7), "", "rows")
   db:close()
 end)
 
@@ -151,10 +146,10 @@ case("removal reaching beyond the stored segments is refused without a write", f
   U.set(7, 10, 29, 1, 5, {1, 3})
   db:journal()
   local r = U.set(7, 10, 30, 1, 5, {255, 1})
-  U.eq(r.code, 1, "code"); U.eq(r.chg, 1, "second"); U.eq(r.segchg, nil, "fourth"); U.eq(r.adddel, nil, "fifth")
-  U.eq(r.text, "\nVLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", "text")
-  U.eq(#db:journal(), 0, "writes")
-  U.eq(db:mem().live, 0, "live blocks")
+  t.eq(r.code, 1, "code"); t.eq(r.chg, 1, "second"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth")
+  t.eq(r.text, "\nVLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", "text")
+  t.eq(#db:journal(), 0, "writes")
+  t.eq(db:mem().live, 0, "live blocks")
   db:close()
 end)
 
@@ -164,8 +159,8 @@ local function refused(t1, t2, text)
   local db = fresh()
   db:journal()
   local r = U.call(t1, t2)
-  U.eq(r.code, 1, "code"); U.eq(r.chg, nil, "second"); U.eq(r.text, "\n" .. text, "text")
-  U.eq(r.segchg, nil, "fourth"); U.eq(r.adddel, nil, "fifth"); U.eq(#db:journal(), 0, "writes")
+  t.eq(r.code, 1, "code"); t.eq(r.chg, nil, "second"); t.eq(r.text, "\n" .. text, "text")
+  t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth"); t.eq(#db:journal(), 0, "writes")
   db:close()
 end
 
@@ -179,7 +174,7 @@ end)
 case("interface 0xFFFFFFFF is refused and 0xFFFFFFFE accepted", function()
   refused(U.arg1(0xFFFFFFFF, 1, 2, 1, 2), {}, "VLANLUA_Spt_SetUserVlanQinQSvc:uiIfIndex is not valid\n")
   local db = fresh()
-  U.eq(U.set(0xFFFFFFFE, 1, 2, 1, 2, {}).code, 0, "code")
+  t.eq(U.set(0xFFFFFFFE, 1, 2, 1, 2, {}).code, 0, "code")
   db:close()
 end)
 
@@ -188,7 +183,7 @@ case("an odd service table and a service type above 16 are refused; 255 means 16
   refused(U.arg1(7, 1, 2, 1, 2), {17, 1}, "VLANLUA_Spt_SetUserVlanQinQSvc:uiServiceType = 17, Error\n")
   local db = fresh()
   local r = U.set(7, 1, 2, 1, 2, {255, 1})
-  U.eq(r.code, 1, "a removal over nothing"); U.eq(r.chg, 1, "refused by the check flag")
+  t.eq(r.code, 1, "a removal over nothing"); t.eq(r.chg, 1, "refused by the check flag")
   db:close()
 end)
 
@@ -198,14 +193,8 @@ case("a key name of 64 bytes fills the field; a longer one leaves it empty", fun
   U.call(U.arg1(7, 1, 2, 1, 2, {name = string.rep("k", 64)}), {})
   U.call(U.arg1(7, 5, 6, 1, 2, {name = string.rep("k", 65)}), {})
   local j = U.uvjournal(db)
-  U.eq(j[1].fields[11], string.rep("k", 64), "64 bytes"); U.eq(j[2].fields[11], "", "65 bytes")
+  t.eq(j[1].fields[11], string.rep("k", 64), "64 bytes"); t.eq(j[2].fields[11], "", "65 bytes")
   db:close()
 end)
 
-local failed = 0
-for _, t in ipairs(tests) do
-  local ok, err = pcall(t[2])
-  print((ok and "ok   " or "FAIL ") .. t[1] .. (ok and "" or ("\n     " .. tostring(err))))
-  if not ok then failed = failed + 1 end
-end
-if failed > 0 then error(failed .. " case(s) failed") end
+t.finish()

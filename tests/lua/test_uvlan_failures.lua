@@ -1,6 +1,7 @@
 -- Allocation and database-call failures injected at every site of a large set request and of a
 -- large removal, n = 1, 2, ... until the call runs clean: each failing call gives the failure
 -- results, leaves no live block, and the database holds only a prefix of the clean run's writes.
+local t = require "testlib"
 local U = require "uvlan_util"
 
 local IFX = 5
@@ -63,19 +64,19 @@ for _, req in ipairs(REQUESTS) do
       db[kind](db, n)
       local r = U.call(req.t1, req.t2)
       local got = journal_lines(db)
-      U.eq(db:mem().live, 0, where .. ": live blocks")
+      t.eq(db:mem().live, 0, where .. ": live blocks")
       local refused = r.chg == 1 and last_line(r.text) == "VLAN_API_SetUserVlanQinQSvc:  check flag return ERR"
       if r.code ~= 0 and refused then
         -- A failed read hid the stored rows, so the removal no longer fell on them: refused, no write.
         streak = 0
-        U.eq(#got, 0, where .. ": writes of a refused removal")
+        t.eq(#got, 0, where .. ": writes of a refused removal")
       elseif r.code ~= 0 then
         streak = 0
-        U.eq(r.chg, nil, where .. ": second result"); U.eq(r.segchg, nil, where .. ": fourth result")
-        U.eq(r.adddel, nil, where .. ": fifth result")
-        U.check(last_line(r.text):find("^VLAN_API_SetUserVlanQinQSvc:"), "%s: last line %q", where, r.text)
+        t.eq(r.chg, nil, where .. ": second result"); t.eq(r.segchg, nil, where .. ": fourth result")
+        t.eq(r.adddel, nil, where .. ": fifth result")
+        t.check(last_line(r.text):find("^VLAN_API_SetUserVlanQinQSvc:"), "%s: last line %q", where, r.text)
         local ok, at = is_prefix(got, want)
-        U.check(ok, "%s: write %s is not the clean run's (%s)", where, tostring(at), tostring(got[at or 1]))
+        t.check(ok, "%s: write %s is not the clean run's (%s)", where, tostring(at), tostring(got[at or 1]))
       elseif r.text == "" and is_prefix(got, want) and #got == #want then
         streak = streak + 1
       else

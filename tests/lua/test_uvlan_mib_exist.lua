@@ -1,10 +1,11 @@
 -- Whether an 802.1Q user VLAN or a QinQ pair exists: range ends, the interface rule of each
 -- check, VLAN narrowing and refused arguments.
-local F = require "uvlan_mib_fixture"
-local case, eq = F.case, F.eq
+local t = require "testlib"
+local F = require "uvlan_util"
+local case, eq = t.case, t.eq
 
 local function cfg()
-  local c = F.open(1)
+  local c = F.cfg(1)
   c:addDot1q(10, 100, 200)
   c:addQinq(20, 5, 9, 30, 40)
   c:addDot1q(11, 300, 300, 2)
@@ -70,4 +71,4 @@ case("the checks leave no block behind", function()
   c:close()
 end)
 
-F.run()
+t.finish()

@@ -1,10 +1,11 @@
 -- Failures injected at every allocation and every database call of one walk: each run gives
 -- the documented answer for the site that failed and leaves no block behind.
-local F = require "uvlan_mib_fixture"
-local case, eq = F.case, F.eq
+local t = require "testlib"
+local F = require "uvlan_util"
+local case, eq = t.case, t.eq
 
 local function cfg()
-  local c = F.open(1)
+  local c = F.cfg(1)
   c:addDot1q(10, 10, 12); c:addQinqIf(10); c:addQinq(10, 100, 101, 11, 11)
   c:addDot1q(20, 5, 6)
   c:addQinqIf(30); c:addQinq(30, 5, 6, 3, 4)
@@ -144,4 +145,4 @@ case("a failing database call makes an existence check answer no", function()
   c:close()
 end)
 
-F.run()
+t.finish()

@@ -1,15 +1,16 @@
 -- Paging is seamless: on seeded random configurations, walking with pages of 1, 3 and 500
 -- entries, each resuming from the last entry of the one before, gives exactly the brute-force
 -- order of the stored rows, the same as one large page.
-local F = require "uvlan_mib_fixture"
-local case, list = F.case, F.list
+local t = require "testlib"
+local F = require "uvlan_util"
+local case, list = t.case, t.lines
 
 -- Non-overlapping 802.1Q ranges and QinQ rectangles (PE x CE) on up to 40 interfaces, VLANs
 -- 1..40 so that 802.1Q and QinQ entries share CE VLANs; some interfaces carry only one kind,
 -- some QinQ interfaces carry no rows at all.
 local function randomConfig(seed)
   math.randomseed(seed)
-  local c = F.open(3)
+  local c = F.cfg(3)
   local nIf = math.random(5, 40)
   for n = 1, nIf do
     local ifIndex = n * 7 + math.random(0, 5)
@@ -56,4 +57,4 @@ for _, seed in ipairs({1, 2, 3, 4, 5, 6}) do
   end)
 end
 
-F.run()
+t.finish()

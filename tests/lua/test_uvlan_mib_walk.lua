@@ -1,13 +1,14 @@
 -- The user-VLAN walk seen from a script: its order, where each kind of start key resumes,
 -- any-other walks, descriptions, the interface limit of one call and refused arguments.
-local F = require "uvlan_mib_fixture"
-local case, eq, list = F.case, F.eq, F.list
+local t = require "testlib"
+local F = require "uvlan_util"
+local case, eq, list = t.case, t.eq, t.lines
 
 -- Interface 10: 802.1Q 10..12 and a QinQ row PE 100..101 x CE 11. Interface 20: 802.1Q 5 and
 -- listed as a QinQ interface without QinQ rows. Interface 25: a QinQ interface without rows.
 -- Interface 30: PE 5..6 x CE 3..4. Rows of VR 2 must never show.
 local function small()
-  local c = F.open(1)
+  local c = F.cfg(1)
   c:addDot1q(10, 10, 12)
   c:addQinqIf(10); c:addQinq(10, 100, 101, 11, 11)
   c:addDot1q(20, 5, 5); c:addQinqIf(20)
@@ -106,7 +107,7 @@ case("descriptions are looked up with query type 1 only, nil where none is store
 end)
 
 case("one call visits the QinQ entries of at most 64 interfaces; the next call goes on", function()
-  local c = F.open(1)
+  local c = F.cfg(1)
   for i = 1, 70 do c:addQinqIf(100 + i); c:addQinq(100 + i, 7, 7, 9, 9) end
   local _, keys, tbl = c:page(0, 0, 0, 1000)
   eq(#keys, 64, "entries of the first call")
@@ -175,4 +176,4 @@ case("without a bound database every function answers 1 and names the missing ob
   c:close()
 end)
 
-F.run()
+t.finish()

@@ -1,6 +1,7 @@
 -- Thousands of seeded random set and removal requests on a few interfaces, each checked against
 -- a cell-grid model: stored rows never overlap, they cover exactly the cells set and not removed,
 -- every cell carries the services the requests gave it, and the change indicators tell the truth.
+local t = require "testlib"
 local U = require "uvlan_util"
 
 local SEED, CALLS, SIDE = 20261123, 2000, 32
@@ -52,7 +53,7 @@ local function grid_of(rows, where)
     for pe = r.peb, r.pee do
       for ce = r.ceb, r.cee do
         local c = cell(pe, ce)
-        U.check(g[c] == nil, "%s: cell PE %d CE %d stored twice (%s)", where, pe, ce, U.rowstr(r))
+        t.check(g[c] == nil, "%s: cell PE %d CE %d stored twice (%s)", where, pe, ce, U.rowstr(r))
         g[c] = r.svc
       end
     end
@@ -69,13 +70,13 @@ end
 local function check_grid(ifx, where)
   local got = grid_of(U.rows(db, ifx), where)
   for c, svc in pairs(model[ifx]) do
-    U.check(got[c] ~= nil, "%s: cell PE %d CE %d lost", where, c // 64, c % 64)
+    t.check(got[c] ~= nil, "%s: cell PE %d CE %d lost", where, c // 64, c % 64)
     if not same_services(got[c], svc) then
-      U.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, c // 64, c % 64))
+      t.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, c // 64, c % 64))
     end
   end
   for c in pairs(got) do
-    U.check(model[ifx][c] ~= nil, "%s: cell PE %d CE %d stored but never set", where, c // 64, c % 64)
+    t.check(model[ifx][c] ~= nil, "%s: cell PE %d CE %d stored but never set", where, c // 64, c % 64)
   end
 end
 
@@ -121,25 +122,25 @@ for n = 1, CALLS do
   local res = U.set(ifx, peb, pee, ceb, cee, svcs)
   local after = indexes(ifx)
   local ins, del = count_new(before, after), count_new(after, before)
-  U.eq(db:mem().live, 0, where .. ": live blocks after the call")
+  t.eq(db:mem().live, 0, where .. ": live blocks after the call")
   if removal and not all_stored(ifx, peb, pee, ceb, cee) then
-    U.eq(res.code, 1, where .. ": refused removal code")
-    U.eq(res.chg, 1, where .. ": refused removal second result")
-    U.check(res.text:find("VLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", 1, true), "%s: text %q", where,
+    t.eq(res.code, 1, where .. ": refused removal code")
+    t.eq(res.chg, 1, where .. ": refused removal second result")
+    t.check(res.text:find("VLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", 1, true), "%s: text %q", where,
             res.text)
-    U.eq(ins + del, 0, where .. ": rows written by a refused removal")
+    t.eq(ins + del, 0, where .. ": rows written by a refused removal")
   else
-    U.eq(res.code, 0, where .. ": code (" .. tostring(res.text) .. ")")
-    U.eq(res.text, "", where .. ": text")
+    t.eq(res.code, 0, where .. ": code (" .. tostring(res.text) .. ")")
+    t.eq(res.text, "", where .. ": text")
     apply(ifx, peb, pee, ceb, cee, svcs, removal)
     if removal then
-      U.eq(res.chg, (ins ~= del) and (ins - del) or nil, where .. ": rows inserted minus deleted")
-      U.eq(res.segchg, nil, where .. ": fourth result of a removal")
+      t.eq(res.chg, (ins ~= del) and (ins - del) or nil, where .. ": rows inserted minus deleted")
+      t.eq(res.segchg, nil, where .. ": fourth result of a removal")
     else
-      U.eq(res.chg, nil, where .. ": second result of a set")
-      U.eq(res.segchg, (ins + del > 0) and 2 or nil, where .. ": rows changed indicator")
+      t.eq(res.chg, nil, where .. ": second result of a set")
+      t.eq(res.segchg, (ins + del > 0) and 2 or nil, where .. ": rows changed indicator")
     end
-    U.eq(res.adddel, (ins > 0 and del > 0) and 4 or nil, where .. ": rows added and deleted indicator")
+    t.eq(res.adddel, (ins > 0 and del > 0) and 4 or nil, where .. ": rows added and deleted indicator")
   end
   check_grid(ifx, where)
 end

@@ -1,6 +1,12 @@
--- Small helpers shared by the script-level tests: exact comparison of result lists (nils and
--- the count included), named cases that keep going after a failure, and leak/journal checks.
+-- Helpers shared by the script-level tests: named cases that keep going after a failure, exact
+-- comparison of result lists, leak/journal checks, bitmaps, journaled writes as lines, fault sweeps.
+local cfgdb = require "cfgdb"
+
 local M = {}
+
+M.IF_INFO, M.DOT1Q, M.SEG_INDEX = 0x083606C0, 0x083606C2, 0x083606CA
+M.QINQ, M.QINQ_IF_SPEC = 0x083606C1, 0x08361A12
+M.VR = 7
 
 -- Every value a call returned, trailing nils included: {n = count, ...}.
 function M.pack(...)
@@ -13,9 +19,7 @@ end
 
 local function render(list, n)
   local parts = {}
-  for i = 1, n do
-    parts[i] = show(list[i])
-  end
+  for i = 1, n do parts[i] = show(list[i]) end
   return "(" .. table.concat(parts, ", ") .. ")"
 end
 
@@ -23,6 +27,10 @@ function M.eq(got, want, what)
   if got ~= want or math.type(got) ~= math.type(want) then
     error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2)
   end
+end
+
+function M.check(cond, fmt, ...)
+  if not cond then error(string.format(fmt or "condition failed", ...), 2) end
 end
 
 -- A packed result list against the wanted values ({n = ..., ...} or a sequence without nils).
@@ -34,6 +42,18 @@ function M.same(got, want, what)
   end
   if not ok then
     error(string.format("%s: got %s, want %s", what or "results", render(got, got.n), render(want, wn)), 2)
+  end
+end
+
+-- Two lists of text lines, element by element.
+function M.lines(got, want, what)
+  local ok = #got == #want
+  for i = 1, math.max(#got, #want) do
+    if got[i] ~= want[i] then ok = false end
+  end
+  if not ok then
+    error(string.format("%s:\n got:\n  %s\n want:\n  %s", what or "lines", table.concat(got, "\n  "),
+      table.concat(want, "\n  ")), 2)
   end
 end
 
@@ -53,6 +73,11 @@ function M.finish()
   os.exit(failures == 0 and 0 or 1)
 end
 
+-- No module memory may be left after a call.
+function M.no_leak(db, what)
+  M.eq(db:mem().live, 0, (what or "call") .. ": live blocks")
+end
+
 -- No module memory left and no write made by the module since the last check.
 function M.clean(db, what)
   local mem, journal = db:mem(), db:journal()
@@ -70,6 +95,69 @@ function M.bitmap(ids)
     bytes[i] = bytes[i] | (1 << (v & 7))
   end
   return string.char(table.unpack(bytes))
+end
+
+local current
+
+-- Closes the previous database and opens, binds and returns an empty one.
+function M.fresh(opts)
+  if current then
+    cfgdb.unbind()
+    current:close()
+  end
+  current = cfgdb.open(nil, opts or { vr = M.VR, lr = 3, cdb = 0 })
+  current:bind()
+  return current
+end
+
+local function fieldlist(fields)
+  local keys = {}
+  for k in pairs(fields) do keys[#keys + 1] = k end
+  table.sort(keys)
+  local parts = {}
+  for _, k in ipairs(keys) do
+    local v = fields[k]
+    parts[#parts + 1] = k .. "=" .. (type(v) == "string" and string.format("%q", v) or tostring(v))
+  end
+  return table.concat(parts, " ")
+end
+
+-- Builds one write line: "op table flag: field=value ...".
+function M.w(op, tid, flag, fields)
+  return string.format("%s %08X %d: %s", op, tid, flag, fieldlist(fields))
+end
+
+-- One line per write since the last call, optionally only those of the tables listed in only.
+function M.writes(db, only)
+  local out = {}
+  for _, e in ipairs(db:journal()) do
+    if not only or only[e.table] then out[#out + 1] = M.w(e.op, e.table, e.flag, e.fields) end
+  end
+  return out
+end
+
+-- The table's rows, each formatted by fmt, sorted.
+function M.rows(db, tid, fmt, where)
+  local out = {}
+  for _, r in ipairs(db:rows(tid, where)) do out[#out + 1] = fmt(r) end
+  table.sort(out)
+  return out
+end
+
+-- For n = 1, 2, ...: a fresh database from setup(), the n-th allocation or client call of
+-- call(db) made to fail, no leak allowed, and check(n, results, db) judging the outcome; the
+-- sweep ends when check answers "clean" (the fault no longer reaches the call). Returns n.
+function M.sweep(kind, setup, call, check, limit)
+  for n = 1, limit or 200 do
+    local db = setup()
+    db:journal()
+    if kind == "alloc" then db:fail_alloc(n) else db:fail_call(n) end
+    local r = M.pack(call(db))
+    if kind == "alloc" then db:fail_alloc(0) else db:fail_call(0) end
+    M.no_leak(db, kind .. " n=" .. n)
+    if check(n, r, db) == "clean" then return n end
+  end
+  error(kind .. " sweep did not finish")
 end
 
 return M

@@ -1,21 +1,21 @@
--- Shared helpers of the user-VLAN QinQ script tests: a fresh bound database, the call of
--- VLAN_spt_SetUserVlanQinQSvc with its five results, and reading an interface's stored rows back.
-local cfgdb = require "cfgdb"
+-- Shared by the user-VLAN script tests: the call of VLAN_spt_SetUserVlanQinQSvc with its five
+-- results and the rows it stores; a configuration builder, pager and brute-force walk model for
+-- the user-VLAN queries.
+local t = require "testlib"
 local uv = require "libvlanluaext"
 
 local M = {}
 
 M.SEG, M.BASE, M.VPN, M.SEGIDX = 0x08361118, 0x08361119, 0x08360535, 0x083606CA
-M.uv = uv
+M.uv, M.lib = uv, uv
 
 -- Base-service fields by service type, and VPN-service fields by service type.
 M.BASE_FIELD = {[1] = 7, [2] = 8, [3] = 9, [4] = 10, [5] = 11, [6] = 12, [7] = 13, [16] = 6}
 M.VPN_FIELD = {[8] = 6, [9] = 7, [10] = 8, [11] = 9, [12] = 10, [13] = 11, [14] = 12, [15] = 13}
 
+-- An empty bound database (the previous one closed).
 function M.open()
-  local db = cfgdb.open()
-  db:bind()
-  return db
+  return t.fresh({})
 end
 
 -- The first script table of a request: interface, PE and CE ranges, then the owner key.
@@ -90,14 +90,89 @@ function M.fieldset(e)
   return table.concat(f, ",")
 end
 
-function M.check(cond, fmt, ...)
-  if not cond then error(string.format(fmt, ...), 2) end
+-- ---- user-VLAN queries ----
+
+M.T_IF_INFO, M.T_DOT1Q, M.T_QINQ = 0x083606C0, 0x08361117, 0x08361118
+M.T_DESC, M.T_ANYOTHER = 0x0836111B, 0x0836117F
+
+local Cfg = {}
+Cfg.__index = Cfg
+
+function M.cfg(vr)
+  local db = M.open()
+  return setmetatable({db = db, vr = vr or 1, seg = 0, dot1q = {}, qinq = {}, qinqIf = {}, anyOther = {}}, Cfg)
 end
 
-function M.eq(got, want, what)
-  if got ~= want then
-    error(string.format("%s: got %s, want %s", what, tostring(got), tostring(want)), 2)
-  end
+function Cfg:addDot1q(ifIndex, first, last, vr)
+  self.db:insert(M.T_DOT1Q, {[1] = ifIndex, [4] = vr or self.vr, [5] = first, [6] = last})
+  if (vr or self.vr) == self.vr then self.dot1q[#self.dot1q + 1] = {ifIndex, first, last} end
 end
+
+-- A QinQ interface of the walk: listed in the interface table with kind 11.
+function Cfg:addQinqIf(ifIndex, vr)
+  self.db:insert(M.T_IF_INFO, {[2] = ifIndex, [3] = vr or self.vr, [4] = 11})
+  if (vr or self.vr) == self.vr then self.qinqIf[ifIndex] = true end
+end
+
+function Cfg:addQinq(ifIndex, peBgn, peEnd, ceBgn, ceEnd, vr)
+  self.seg = self.seg + 1
+  self.db:insert(M.T_QINQ, {[1] = ifIndex, [2] = self.seg, [4] = vr or self.vr, [5] = ceBgn, [6] = ceEnd,
+                            [7] = peBgn, [8] = peEnd})
+  if (vr or self.vr) == self.vr then self.qinq[#self.qinq + 1] = {ifIndex, peBgn, peEnd, ceBgn, ceEnd} end
+end
+
+function Cfg:addAnyOther(ifIndex, vr)
+  self.db:insert(M.T_ANYOTHER, {[1] = ifIndex, [5] = vr or self.vr})
+  if (vr or self.vr) == self.vr then self.anyOther[#self.anyOther + 1] = ifIndex end
+end
+
+function Cfg:addDesc(ifIndex, pe, ce, text)
+  self.db:insert(M.T_DESC, {[1] = ifIndex, [2] = pe, [3] = ce, [4] = text, [5] = self.vr})
+end
+
+-- One call: code, entries as "if:pe:ce" strings, the raw result table and the message.
+function Cfg:page(ifIndex, pe, ce, num, qtype)
+  local code, tbl, msg = uv.VLAN_spt_UserVlanMibQuery(ifIndex, pe, ce, self.vr, num, qtype or 0)
+  local keys = {}
+  for i, e in ipairs(tbl or {}) do keys[i] = string.format("%d:%d:%d", e.ifIndex, e.peVlan, e.ceVlan) end
+  return code, keys, tbl, msg
+end
+
+-- Walks from the beginning with pages of `size`, each resuming from the last entry of the one before.
+function Cfg:walk(size, qtype)
+  local all, ifIndex, pe, ce, calls = {}, 0, 0, 0, 0
+  repeat
+    local code, keys, tbl = self:page(ifIndex, pe, ce, size, qtype)
+    assert(code == 0, "page failed")
+    calls = calls + 1
+    for _, k in ipairs(keys) do all[#all + 1] = k end
+    local last = tbl[#tbl]
+    if last then ifIndex, pe, ce = last.ifIndex, last.peVlan, last.ceVlan end
+  until #keys < size or calls > 100000
+  return all
+end
+
+-- The order the walk must produce, by brute force over the stored rows of the VR.
+function Cfg:model()
+  local ents = {}
+  for _, r in ipairs(self.dot1q) do
+    for v = r[2], r[3] do ents[#ents + 1] = {r[1], 0, v} end
+  end
+  for _, r in ipairs(self.qinq) do
+    if self.qinqIf[r[1]] then
+      for c = r[4], r[5] do for p = r[2], r[3] do ents[#ents + 1] = {r[1], p, c} end end
+    end
+  end
+  table.sort(ents, function(a, b)
+    if a[1] ~= b[1] then return a[1] < b[1] end
+    if a[3] ~= b[3] then return a[3] < b[3] end
+    return a[2] < b[2]
+  end)
+  local keys = {}
+  for i, e in ipairs(ents) do keys[i] = string.format("%d:%d:%d", e[1], e[2], e[3]) end
+  return keys
+end
+
+function Cfg:close() end
 
 return M
