@@ -112,18 +112,6 @@ TEST(BitmapSingleVlan, Vlan4095IsRejectedAndLeavesTheBitmapAlone)
     EXPECT_EQ(mask, 0x40u);
 }
 
-TEST(BitmapSingleVlan, IdsAreTakenModulo65536)
-{
-    Bytes b{};
-    EXPECT_EQ(VlanLua_AddVlanBitMap(b.data(), 1 + 65536), 0u);
-    EXPECT_EQ(b[0], 0x02);
-    EXPECT_EQ(VlanLua_AddVlanBitMap(b.data(), 0), 0u);
-    EXPECT_EQ(b[0], 0x03);
-    EXPECT_EQ(VlanLua_DelVlanBitMap(b.data(), 0), 0u);
-    EXPECT_EQ(VlanLua_DelVlanBitMap(b.data(), 0), 0u);  /* clearing a clear bit is no error */
-    EXPECT_EQ(b[0], 0x02);
-}
-
 /* ---- union and intersection ---- */
 
 TEST(BitmapCombine, RandomUnionAndIntersectionOfAnyPrefixLength)
@@ -198,34 +186,6 @@ TEST(BitmapFreeSearch, EveryIdIsFoundWhenItIsTheOnlyHole)
         ASSERT_EQ(FirstFree(b, &got), 0u);
         ASSERT_EQ(got, v);
     }
-}
-
-TEST(BitmapFreeSearch, Vlan0AndVlan4095AreNeverFree)
-{
-    uint32_t got = 99;
-    Bytes b{};
-    b[0] = 254;                                       /* 1..7 used, VLAN 0 clear */
-    EXPECT_EQ(FirstFree(b, &got), 0u);
-    EXPECT_EQ(got, 8u);
-    b[0] = 255;
-    EXPECT_EQ(FirstFree(b, &got), 0u);
-    EXPECT_EQ(got, 8u);
-    b[0] = 0;
-    EXPECT_EQ(FirstFree(b, &got), 0u);
-    EXPECT_EQ(got, 1u);
-    b[0] = 1;
-    EXPECT_EQ(FirstFree(b, &got), 0u);
-    EXPECT_EQ(got, 1u);
-
-    Bytes full = ToBytes(FullModel());            /* byte 511 is 0x7F: 4095 clear, yet nothing free */
-    got = 99;
-    EXPECT_EQ(FirstFree(full, &got), 1u);
-    EXPECT_EQ(got, 0u);
-    full[511] = 0xFF;
-    EXPECT_EQ(FirstFree(full, &got), 1u);
-    full[511] = 0x3F;
-    EXPECT_EQ(FirstFree(full, &got), 0u);
-    EXPECT_EQ(got, 4094u);
 }
 
 /* ---- full and empty tests ---- */

@@ -1,12 +1,8 @@
-// Rectangle geometry and the iterative merge of a new PE/CE rectangle with stored ones: pass
-// order, what the output list holds, and no allocation left behind when memory runs out.
+// Rectangle geometry of PE/CE ranges: which rectangles abut, how widening grows only the
+// destination, and no wrap at the ends of 16 bits. The merge passes are proven from scripts.
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "bas/vlanlua_bas_vidseg.h"
-#include "ecm_ctl.h"
-#include "mox_ctl.h"
 
 namespace {
 
@@ -17,29 +13,34 @@ uint32_t Adjacent(VLANLUA_VIDSEG_S pe1, VLANLUA_VIDSEG_S ce1, VLANLUA_VIDSEG_S p
     return vlanLua_VidSegIsAdjacent(&pe1, &ce1, &pe2, &ce2);
 }
 
-TEST(RectangleAdjacency, SharedDimensionAndAbuttingOtherIsAdjacent)
-{
-    EXPECT_EQ(1u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(21, 30)));
-    EXPECT_EQ(1u, Adjacent(Seg(100, 100), Seg(21, 30), Seg(100, 100), Seg(10, 20)));
-    EXPECT_EQ(1u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(101, 101), Seg(10, 20)));
-    EXPECT_EQ(1u, Adjacent(Seg(101, 105), Seg(10, 20), Seg(100, 100), Seg(10, 20)));
-}
+struct AdjacencyCase {
+    VLANLUA_VIDSEG_S pe1, ce1, pe2, ce2;
+    uint32_t uiWant;
+};
 
-TEST(RectangleAdjacency, DiagonalIdenticalAndOverlappingAreNotAdjacent)
+/* Adjacent means one dimension equal and the other abutting, in either order; diagonal,
+ * identical and overlapping rectangles are not, and 0 never abuts 65535. */
+TEST(RectangleAdjacency, SharedDimensionAndAbuttingOtherOnly)
 {
-    EXPECT_EQ(0u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(101, 101), Seg(21, 30)));
-    EXPECT_EQ(0u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(10, 20)));
-    EXPECT_EQ(0u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(20, 30)));
-    EXPECT_EQ(0u, Adjacent(Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(22, 30)));
-    EXPECT_EQ(0u, Adjacent(Seg(100, 101), Seg(10, 20), Seg(100, 100), Seg(21, 30)));
-}
-
-TEST(RectangleAdjacency, RangesAtTheEndsOfSixteenBitsDoNotWrap)
-{
-    EXPECT_EQ(0u, Adjacent(Seg(5, 5), Seg(0, 3), Seg(5, 5), Seg(65535, 65535)));
-    EXPECT_EQ(0u, Adjacent(Seg(5, 5), Seg(65535, 65535), Seg(5, 5), Seg(0, 3)));
-    EXPECT_EQ(0u, Adjacent(Seg(0, 0), Seg(7, 7), Seg(65535, 65535), Seg(7, 7)));
-    EXPECT_EQ(1u, Adjacent(Seg(5, 5), Seg(65534, 65535), Seg(5, 5), Seg(0, 65533)));
+    const AdjacencyCase cases[] = {
+        {Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(21, 30), 1},
+        {Seg(100, 100), Seg(21, 30), Seg(100, 100), Seg(10, 20), 1},
+        {Seg(100, 100), Seg(10, 20), Seg(101, 101), Seg(10, 20), 1},
+        {Seg(101, 105), Seg(10, 20), Seg(100, 100), Seg(10, 20), 1},
+        {Seg(100, 100), Seg(10, 20), Seg(101, 101), Seg(21, 30), 0},
+        {Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(10, 20), 0},
+        {Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(20, 30), 0},
+        {Seg(100, 100), Seg(10, 20), Seg(100, 100), Seg(22, 30), 0},
+        {Seg(100, 101), Seg(10, 20), Seg(100, 100), Seg(21, 30), 0},
+        {Seg(5, 5), Seg(0, 3), Seg(5, 5), Seg(65535, 65535), 0},
+        {Seg(5, 5), Seg(65535, 65535), Seg(5, 5), Seg(0, 3), 0},
+        {Seg(0, 0), Seg(7, 7), Seg(65535, 65535), Seg(7, 7), 0},
+        {Seg(5, 5), Seg(65534, 65535), Seg(5, 5), Seg(0, 65533), 1},
+    };
+    int i = 0;
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.uiWant, Adjacent(c.pe1, c.ce1, c.pe2, c.ce2)) << "case " << i++;
+    }
 }
 
 TEST(RectangleWidening, GrowsOnlyTheDestinationTowardsTheSource)
@@ -61,136 +62,6 @@ TEST(RectangleWidening, GrowsOnlyTheDestinationTowardsTheSource)
     EXPECT_EQ(0u, vlanLua_VidSegMergePeCeTo(&pe, &ce, &srcPe, &farCe));
     EXPECT_EQ(10, ce.usBgn);
     EXPECT_EQ(30, ce.usEnd);
-}
-
-// A database object supplies the memory handle the merge allocates from.
-class IterativeMerge : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        char acErr[128] = {};
-        m_pObj = ECM_CTL_Open(nullptr, 1, 1, 1, acErr, sizeof(acErr));
-        ASSERT_NE(nullptr, m_pObj) << acErr;
-        m_stCtx = {&m_stLog, m_pObj};
-        vlanLua_SegListInit(&m_stStored);
-        vlanLua_SegListInit(&m_stOut);
-    }
-    void TearDown() override
-    {
-        vlanLua_SegsDestroy(&m_stCtx, &m_stStored);
-        vlanLua_SegsDestroy(&m_stCtx, &m_stOut);
-        EXPECT_EQ(0u, Stats().ulLiveBlocks);
-        ECM_CTL_Close(m_pObj);
-    }
-    MOX_STATS_S Stats()
-    {
-        MOX_STATS_S st = {};
-        MOX_GetStats(ECM_CTL_MemHandle(m_pObj), &st);
-        return st;
-    }
-    // Stored nodes are plain test memory: the merge never frees the stored list.
-    void AddStored(VLANLUA_VIDSEG_S pe, VLANLUA_VIDSEG_S ce, uint32_t uiSegIndex)
-    {
-        m_nodes.push_back(VLANLUA_SEGNODE_S{{nullptr, nullptr}, VIDSEG_STATE_ORIGIN, 0, pe, ce, uiSegIndex});
-    }
-    void LinkStored()
-    {
-        for (auto &node : m_nodes) {
-            vlanLua_SegListAppend(&m_stStored, &node);
-        }
-    }
-    uint32_t Merge(VLANLUA_VIDSEG_S pe, VLANLUA_VIDSEG_S ce, uint32_t *puiCount)
-    {
-        return vlanLua_MergePeCeIterately(&m_stCtx, &pe, &ce, &m_stStored, &m_stOut, puiCount);
-    }
-    std::vector<VLANLUA_SEGNODE_S> OutNodes() const
-    {
-        std::vector<VLANLUA_SEGNODE_S> v;
-        for (auto *l = m_stOut.pstNext; l != &m_stOut; l = l->pstNext) {
-            v.push_back(*reinterpret_cast<VLANLUA_SEGNODE_S *>(l));
-        }
-        return v;
-    }
-    void UnlinkStored() { vlanLua_SegListInit(&m_stStored); }
-
-    void *m_pObj = nullptr;
-    VLANLUA_LOG_S m_stLog = {};
-    VLANLUA_CTX_S m_stCtx = {};
-    VLANLUA_SEGLINK_S m_stStored = {};
-    VLANLUA_SEGLINK_S m_stOut = {};
-    std::vector<VLANLUA_SEGNODE_S> m_nodes;
-};
-
-TEST_F(IterativeMerge, SegmentAdjacentOnlyToTheWidenedRectangleIsAbsorbedInALaterPass)
-{
-    m_nodes.reserve(4);
-    AddStored(Seg(5, 5), Seg(3, 3), 30);
-    AddStored(Seg(5, 5), Seg(2, 2), 20);
-    LinkStored();
-    uint32_t uiCount = 0;
-    ASSERT_EQ(0u, Merge(Seg(5, 5), Seg(1, 1), &uiCount));
-    EXPECT_EQ(3u, uiCount);
-    auto out = OutNodes();
-    ASSERT_EQ(3u, out.size());
-    EXPECT_EQ(VIDSEG_STATE_MERGED, out[0].uiState);
-    EXPECT_EQ(VIDSEG_OP_ADD, out[0].uiDbOp);
-    EXPECT_EQ(1, out[0].stCeSeg.usBgn);
-    EXPECT_EQ(3, out[0].stCeSeg.usEnd);
-    EXPECT_EQ(0u, out[0].uiSegIndex);
-    EXPECT_EQ(20u, out[1].uiSegIndex);   // absorbed in the first pass
-    EXPECT_EQ(30u, out[2].uiSegIndex);   // absorbed in the second
-    for (size_t i = 1; i < 3; i++) {
-        EXPECT_EQ(VIDSEG_STATE_OLD, out[i].uiState);
-        EXPECT_EQ(VIDSEG_OP_DEL, out[i].uiDbOp);
-        EXPECT_EQ(out[i].stCeSeg.usBgn, out[i].stCeSeg.usEnd);   // the unwidened copy
-    }
-    EXPECT_EQ(VIDSEG_STATE_ABSORBED, m_nodes[0].uiState);
-    EXPECT_EQ(VIDSEG_STATE_ABSORBED, m_nodes[1].uiState);
-    UnlinkStored();
-}
-
-TEST_F(IterativeMerge, NothingAdjacentOrNothingStoredLeavesOutputEmptyWithoutAllocating)
-{
-    uint32_t uiCount = 7;
-    uint64_t ulBefore = Stats().ulTotalAllocs;
-    ASSERT_EQ(0u, Merge(Seg(5, 5), Seg(1, 1), &uiCount));
-    EXPECT_EQ(0u, uiCount);
-    EXPECT_EQ(ulBefore, Stats().ulTotalAllocs);
-
-    m_nodes.reserve(2);
-    AddStored(Seg(5, 5), Seg(3, 3), 30);
-    LinkStored();
-    ASSERT_EQ(0u, Merge(Seg(5, 5), Seg(1, 1), &uiCount));
-    EXPECT_EQ(0u, uiCount);
-    EXPECT_EQ(1u, vlanLua_SegListIsEmpty(&m_stOut));
-    EXPECT_EQ(ulBefore, Stats().ulTotalAllocs);
-    UnlinkStored();
-}
-
-TEST_F(IterativeMerge, RunningOutOfMemoryAtAnyAllocationFreesTheOutput)
-{
-    for (uint32_t n = 1;; n++) {
-        m_nodes.clear();
-        m_nodes.reserve(4);
-        AddStored(Seg(5, 5), Seg(3, 3), 30);
-        AddStored(Seg(5, 5), Seg(2, 2), 20);
-        AddStored(Seg(6, 6), Seg(1, 3), 40);
-        UnlinkStored();
-        LinkStored();
-        ECM_CTL_FailAlloc(m_pObj, n);
-        uint32_t uiCount = 0;
-        uint32_t uiRet = Merge(Seg(5, 5), Seg(1, 1), &uiCount);
-        ECM_CTL_FailAlloc(m_pObj, 0);
-        if (uiRet == 0) {
-            EXPECT_EQ(4u, uiCount);
-            EXPECT_EQ(5u, n);   // three copies and the merged node were allocated
-            vlanLua_SegsDestroy(&m_stCtx, &m_stOut);
-            break;
-        }
-        EXPECT_EQ(1u, vlanLua_SegListIsEmpty(&m_stOut)) << "n=" << n;
-        EXPECT_EQ(0u, Stats().ulLiveBlocks) << "n=" << n;
-    }
-    UnlinkStored();
 }
 
 }  // namespace
