@@ -1,5 +1,5 @@
-/* The fills of the user-VLAN walk on rows laid out by hand: get-next order inside one
- * interface, resumption after every possible key, and the pair buffer. Expected orders come
+/* The fills of the user-VLAN walk: resumption after every possible key of random rows, the
+ * pair buffer, and the position helpers at an interface's end. Expected orders come
  * from a brute-force expansion of the rows, never from the fills themselves. */
 #include <gtest/gtest.h>
 
@@ -57,28 +57,6 @@ public:
         });
     }
 
-    /* Every entry of interface uiIf from its first stored VLANs on. */
-    std::vector<Entry> FromStart(uint32_t uiIf, uint32_t uiCap)
-    {
-        vlanLua_UserVlanMibSetKey(&m_set.stDot1qKey, uiIf, 0, m_dot1qRows.empty() ? 0xFFFF : m_dot1qRows[0].usVlanBgn,
-                                  1, uiCap, 0);
-        vlanLua_UserVlanMibSetKey(&m_set.stQinqKey, uiIf, 0, m_qinqRows.empty() ? 0xFFFF : m_qinqRows[0].usCeBgn, 1,
-                                  uiCap, 0);
-        return Run(uiCap, [this](VLANLUA_UVLAN_MIBOUT_S *pstOut) {
-            return vlanLua_UserVlanDot1qQinqFill(&m_ctx, &m_set, pstOut);
-        });
-    }
-
-    /* The QinQ source alone after a key, as when the interface has no 802.1Q rows. */
-    std::vector<Entry> QinqAfter(uint32_t uiIf, uint16_t usPe, uint16_t usCe, uint32_t uiCap)
-    {
-        vlanLua_UserVlanMibSetKey(&m_set.stQinqKey, uiIf, usPe, usCe, 1, uiCap, 0);
-        return Run(uiCap, [this](VLANLUA_UVLAN_MIBOUT_S *pstOut) {
-            return vlanLua_UserVlanQinqKeyIfIndexFill(&m_ctx, &m_set.stQinqKey, &m_set.stQinqList, &m_set.stPairBuf,
-                                                      pstOut);
-        });
-    }
-
     /* All entries of the stored rows, ordered by interface, CE, PE: the model. */
     std::vector<Entry> Model() const
     {
@@ -102,7 +80,6 @@ public:
         return all;
     }
 
-    uint32_t uiLastRet = 0;
     VLANLUA_LOG_S m_log;
     VLANLUA_UVLAN_QUERYSET_S m_set;
 
@@ -112,7 +89,7 @@ private:
     {
         std::vector<VLANLUA_UVLAN_MIBENTRY_S> buf(uiCap + 1u);
         VLANLUA_UVLAN_MIBOUT_S stOut = {buf.data(), uiCap, 0};
-        uiLastRet = fill(&stOut);
+        fill(&stOut);
         std::vector<Entry> got;
         for (uint32_t i = 0; i < stOut.uiCount; i++) {
             got.emplace_back(buf[i].uiIfIndex, buf[i].usPeVlan, buf[i].usCeVlan);
@@ -127,73 +104,6 @@ private:
     std::vector<VLANLUA_UVLAN_PAIRNODE_S> m_nodes;
     VLANLUA_CTX_S m_ctx;
 };
-
-std::vector<Entry> PeCe(uint32_t uiIf, std::initializer_list<std::pair<uint16_t, uint16_t>> pairs)
-{
-    std::vector<Entry> out;
-    for (auto [pe, ce] : pairs) {
-        out.emplace_back(uiIf, pe, ce);
-    }
-    return out;
-}
-
-}  // namespace
-
-/* ---- worked orders ---- */
-
-TEST(UvlanFillOrder, Dot1qEntryPrecedesQinqEntriesOfItsCeVlan)
-{
-    FillBench bench({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_EQ(bench.FromStart(7, 100), PeCe(7, {{0, 10}, {0, 11}, {100, 11}, {101, 11}, {0, 12}}));
-    EXPECT_EQ(bench.uiLastRet, 0u);
-}
-
-TEST(UvlanFillOrder, RectangleRunsByCeThenPe)
-{
-    FillBench bench({}, {{3, 5, 6, 3, 4}});
-    EXPECT_EQ(bench.FromStart(3, 100), PeCe(3, {{5, 3}, {6, 3}, {5, 4}, {6, 4}}));
-}
-
-TEST(UvlanFillOrder, ResumeAfterQinqEntryContinuesWithItsPeThenNextCe)
-{
-    FillBench bench({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_EQ(bench.ResumeAfter(7, 100, 11, 100), PeCe(7, {{101, 11}, {0, 12}}));
-}
-
-TEST(UvlanFillOrder, ResumeAfterDot1qEntryGivesQinqEntriesOfTheSameCe)
-{
-    FillBench bench({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_EQ(bench.ResumeAfter(7, 0, 11, 100), PeCe(7, {{100, 11}, {101, 11}, {0, 12}}));
-}
-
-TEST(UvlanFillOrder, ResumeFromVanishedCeStartsNextCeAtItsFirstPe)
-{
-    /* CE 5 is no longer stored: the next CE begin is produced whole, PE 1 included. */
-    FillBench bench({}, {{9, 1, 3, 8, 8}});
-    EXPECT_EQ(bench.QinqAfter(9, 2, 5, 100), PeCe(9, {{1, 8}, {2, 8}, {3, 8}}));
-}
-
-/* ---- capacity ---- */
-
-TEST(UvlanFillCapacity, EveryFillStopsAtOneEntry)
-{
-    FillBench merged({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_EQ(merged.FromStart(7, 1).size(), 1u);
-    FillBench resumed({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_EQ(resumed.ResumeAfter(7, 0, 10, 1), PeCe(7, {{0, 11}}));
-    FillBench qinq({}, {{9, 1, 3, 8, 9}});
-    EXPECT_EQ(qinq.QinqAfter(9, 1, 8, 1), PeCe(9, {{2, 8}}));
-}
-
-TEST(UvlanFillCapacity, ZeroCapacityAppendsNothing)
-{
-    FillBench bench({{7, 10, 12}}, {{7, 100, 101, 11, 11}});
-    EXPECT_TRUE(bench.FromStart(7, 0).empty());
-}
-
-/* ---- resumption against the brute-force order ---- */
-
-namespace {
 
 /* Non-overlapping 802.1Q ranges and QinQ rectangles on one interface, VLANs 1..60. */
 void RandomRows(std::mt19937 &rng, std::vector<Dot1q> *pDot1q, std::vector<Qinq> *pQinq)
@@ -261,21 +171,6 @@ TEST(UvlanPairBuffer, SecondRangeWithTheSameBeginIsRefusedAndNamed)
     EXPECT_EQ(pstFirst->usCeEnd, 30u);
 }
 
-TEST(UvlanPairBuffer, ResetEmptiesTheTreeAndReusesNodeZero)
-{
-    FillBench bench({}, {});
-    VLANLUA_CTX_S ctx = {&bench.m_log, nullptr};
-    VLANLUA_UVLAN_PAIRBUF_S *pstBuf = &bench.m_set.stPairBuf;
-    vlanLua_VlanPairBuffReset(&ctx, pstBuf);
-    for (uint16_t b : {300, 5, 4094, 77}) {
-        ASSERT_EQ(vlanLua_VlanPairAdd(&ctx, pstBuf, b, b), 0u);
-    }
-    vlanLua_VlanPairBuffReset(&ctx, pstBuf);
-    EXPECT_EQ(KEL_AVL3_First(&pstBuf->stTree, &pstBuf->stTreeInfo), nullptr);
-    ASSERT_EQ(vlanLua_VlanPairAdd(&ctx, pstBuf, 300, 301), 0u);
-    EXPECT_EQ(KEL_AVL3_First(&pstBuf->stTree, &pstBuf->stTreeInfo), &pstBuf->pstNode[0]);
-}
-
 TEST(UvlanPairBuffer, RangesComeBackInBeginOrderWhateverTheInsertOrder)
 {
     FillBench bench({}, {});
@@ -295,14 +190,6 @@ TEST(UvlanPairBuffer, RangesComeBackInBeginOrderWhateverTheInsertOrder)
     for (uint32_t i = 0; i < 4094; i++) {
         ASSERT_EQ(buf[i].usPeVlan, i + 1) << i;
     }
-}
-
-TEST(UvlanPairBuffer, CompareOrdersUnsignedValues)
-{
-    uint16_t a = 1, b = 0xFFFF, c = 1;
-    EXPECT_EQ(vlanLua_UserVlanCompareUshort(&a, &b), -1);
-    EXPECT_EQ(vlanLua_UserVlanCompareUshort(&b, &a), 1);
-    EXPECT_EQ(vlanLua_UserVlanCompareUshort(&a, &c), 0);
 }
 
 /* ---- positions ---- */
