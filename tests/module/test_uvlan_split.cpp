@@ -17,15 +17,6 @@ using Rects = std::vector<Rect>;
 
 /* ---- where the cut points fall ---- */
 
-TEST_F(UvlanGrid, WithoutStoredSegmentsTheRequestIsOnePieceOfItsOwn)
-{
-    GridRun run(env, {}, Rect{10, 20, 1, 5, 7});
-    ASSERT_EQ(run.Split(), 0u);
-    EXPECT_EQ(run.CutPoints(), (std::vector<uint16_t>{10, 21}));
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{10, 20, 1, 5, 7}}));
-    EXPECT_EQ(run.Set()->uiFlag & UVLAN_SET_ALLCOVERED, 0u);
-}
-
 TEST_F(UvlanGrid, StoredSegmentWiderAlongPeIsCutAtBothRequestEdges)
 {
     GridRun run(env, {{5, 50, 1, 5, 3}}, Rect{10, 20, 1, 5, 7});
@@ -33,30 +24,6 @@ TEST_F(UvlanGrid, StoredSegmentWiderAlongPeIsCutAtBothRequestEdges)
     EXPECT_EQ(run.CutPoints(), (std::vector<uint16_t>{10, 21, 51}));
     EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{5, 9, 1, 5, 3}, {10, 20, 1, 5, 7}, {21, 50, 1, 5, 3}}));
     EXPECT_NE(run.Set()->uiFlag & UVLAN_SET_ALLCOVERED, 0u) << "the request fell wholly on a stored piece";
-}
-
-TEST_F(UvlanGrid, RequestIsCutAlongCeAtAStoredSegmentInsideIt)
-{
-    GridRun run(env, {{10, 20, 30, 40, 3}}, Rect{10, 20, 1, 100, 7});
-    ASSERT_EQ(run.Split(), 0u);
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{10, 20, 1, 29, 7}, {10, 20, 30, 40, 7}, {10, 20, 41, 100, 7}}));
-    EXPECT_EQ(run.Set()->uiFlag & UVLAN_SET_ALLCOVERED, 0u);
-}
-
-TEST_F(UvlanGrid, StoredSegmentInsideWithTheSameServicesGivesNoCutAndIsNotCut)
-{
-    GridRun run(env, {{12, 14, 3, 4, 7}}, Rect{10, 20, 1, 5, 7});
-    ASSERT_EQ(run.Split(), 0u);
-    EXPECT_EQ(run.CutPoints(), (std::vector<uint16_t>{10, 21}));
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{10, 20, 1, 5, 7}}));
-}
-
-TEST_F(UvlanGrid, SegmentTouchingThePeBeginGivesNoCutPointAndStaysWhole)
-{
-    GridRun run(env, {{1, 9, 1, 5, 3}}, Rect{10, 20, 1, 5, 3});
-    ASSERT_EQ(run.Split(), 0u);
-    EXPECT_EQ(run.CutPoints(), (std::vector<uint16_t>{10, 21}));
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{1, 9, 1, 5, 3}, {10, 20, 1, 5, 3}}));
 }
 
 TEST_F(UvlanGrid, PeEndAtTheLastVlanGivesTheCutPointPastIt)
@@ -79,67 +46,12 @@ TEST_F(UvlanGrid, CoveringSegmentsOutOfCeOrderStillGiveDisjointPieces)
     PaintPieces(final);
 }
 
-/* ---- merging and sorting into rows ---- */
-
-TEST_F(UvlanGrid, EqualNeighboursAlongPeMergeIntoANewRowAndTheOldRowGoes)
-{
-    GridRun run(env, {{10, 19, 1, 5, 7}}, Rect{20, 29, 1, 5, 7});
-    ASSERT_EQ(run.Split(), 0u);
-    run.Merge();
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{10, 29, 1, 5, 7}}));
-    run.Distinct();
-    EXPECT_EQ(ListOf(run.Set()->stAddSegs), (Rects{{10, 29, 1, 5, 7}}));
-    EXPECT_EQ(ListOf(run.Set()->stSetSegs), Rects{});
-    EXPECT_EQ(ListOf(run.Set()->stDelSegs), (Rects{{10, 19, 1, 5, 7}}));
-}
-
 TEST_F(UvlanGrid, FourQuartersWithEqualServicesMergeIntoOneRectangle)
 {
     GridRun run(env, {{1, 4, 1, 4, 7}, {1, 4, 5, 8, 7}, {5, 8, 1, 4, 7}}, Rect{5, 8, 5, 8, 7});
     ASSERT_EQ(run.Split(), 0u);
     run.Merge();
     EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{1, 8, 1, 8, 7}}));
-}
-
-TEST_F(UvlanGrid, DifferentServicesKeepNeighboursApart)
-{
-    GridRun run(env, {{1, 4, 1, 4, 7}}, Rect{5, 8, 1, 4, 8});
-    ASSERT_EQ(run.Split(), 0u);
-    run.Merge();
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{1, 4, 1, 4, 7}, {5, 8, 1, 4, 8}}));
-}
-
-TEST_F(UvlanGrid, ChangingOnlyServicesOfAStoredSegmentKeepsItsRow)
-{
-    GridRun run(env, {{10, 20, 1, 5, 3}}, Rect{10, 20, 1, 5, 9});
-    ASSERT_EQ(run.Split(), 0u);
-    run.Merge();
-    run.Distinct();
-    EXPECT_EQ(ListOf(run.Set()->stAddSegs), Rects{});
-    EXPECT_EQ(ListOf(run.Set()->stSetSegs), (Rects{{10, 20, 1, 5, 9}}));
-    EXPECT_EQ(run.Set()->stSetSegs.pstNext->uiSegIndex, 100u) << "the piece keeps the stored row's index";
-    EXPECT_EQ(ListOf(run.Set()->stDelSegs), Rects{});
-}
-
-TEST_F(UvlanGrid, ServicesOnASegmentWithoutServiceRowsAreCreated)
-{
-    GridRun run(env, {{10, 20, 1, 5, 0}}, Rect{10, 20, 1, 5, 9});
-    ASSERT_EQ(run.Split(), 0u);
-    run.Merge();
-    run.Distinct();
-    ASSERT_NE(run.Set()->stSetSegs.pstNext, nullptr);
-    EXPECT_NE(run.Set()->stSetSegs.pstNext->uiFlag & UVLAN_SEG_CREATESVC, 0u);
-}
-
-TEST_F(UvlanGrid, RequestEqualToTheStoredStateLeavesNothingToWrite)
-{
-    GridRun run(env, {{10, 20, 1, 5, 3}, {21, 30, 1, 5, 4}}, Rect{10, 20, 1, 5, 3});
-    ASSERT_EQ(run.Split(), 0u);
-    run.Merge();
-    run.Distinct();
-    EXPECT_EQ(ListOf(run.Set()->stAddSegs), Rects{});
-    EXPECT_EQ(ListOf(run.Set()->stSetSegs), Rects{});
-    EXPECT_EQ(ListOf(run.Set()->stDelSegs), Rects{});
 }
 
 /* ---- random grids against the cell model ---- */

@@ -101,7 +101,6 @@ public:
         vlanLua_UVlanQinqMergePeSameSegs(&m_env.stCtx, m_pstSet);
         vlanLua_UVlanQinqMergeCeSameSegs(&m_env.stCtx, m_pstSet);
     }
-    void Distinct() { vlanLua_UVlanQinqDistinctOpSegs(&m_env.stCtx, m_pstSet); }
 
     std::vector<uint16_t> CutPoints() const
     {
