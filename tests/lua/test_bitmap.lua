@@ -5,11 +5,6 @@ local lib = require "libvlanluaext"
 
 local merge, both, firstfree = lib.VLAN_spt_Merg2BitMap, lib.VLAN_spt_And2BitMap, lib.VLAN_spt_GetFirstFreeValue
 
--- The results of f(...) must be exactly the wanted list.
-local function returns(want, what, f, ...)
-  t.same(t.pack(f(...)), want, what)
-end
-
 local function filled(n, v)
   local r = {}
   for i = 1, n do r[i] = v end
@@ -23,62 +18,38 @@ local function full_table(last)
   return r
 end
 
--- The table's result as a plain sequence, checking that it has exactly n elements.
-local function elems(tbl, n)
-  t.eq(type(tbl), "table", "result type")
+-- Code and every element of the result table, which must be a sequence of exactly n.
+local function flat(n, code, tbl)
   t.eq(#tbl, n, "result length")
-  return tbl
+  return t.pack(code, table.unpack(tbl))
 end
 
-t.case("union and intersection combine byte by byte with the first table's length", function()
-  local r = t.pack(merge({ 1, 2 }, { 4 }))
-  t.eq(r.n, 2, "count")
-  t.eq(r[1], 0, "code")
-  t.same(t.pack(table.unpack(elems(r[2], 2))), { 5, 2 }, "{1,2} | {4}")
-  r = t.pack(both({ 1, 2 }, { 4 }))
-  t.same(t.pack(r[1], table.unpack(elems(r[2], 2))), { 0, 0, 0 }, "{1,2} & {4}")
-  r = t.pack(merge({ 4 }, { 1, 2 }))
-  t.same(t.pack(r[1], table.unpack(elems(r[2], 1))), { 0, 5 }, "{4} | {1,2}")
+t.case("union and intersection go byte by byte over the first table's length, low 8 bits kept", function()
+  t.eq(select("#", merge({ 1 }, { 4 })), 2, "result count")
+  t.same(flat(2, merge({ 1, 2 }, { 4 })), { 0, 5, 2 }, "{1,2} | {4}")
+  t.same(flat(2, both({ 1, 2 }, { 4 })), { 0, 0, 0 }, "{1,2} & {4}")
+  t.same(flat(1, merge({ 4 }, { 1, 2 })), { 0, 5 }, "{4} | {1,2}")
+  t.same(flat(3, merge({ 257, -1, 0x1FF00 }, { 0, 0, 0 })), { 0, 1, 255, 0 }, "narrowed")
+  local code, out = merge(filled(512, 0x0F), filled(512, 0xF0))
+  t.same(flat(512, code, out), t.pack(0, table.unpack(filled(512, 255))), "512 elements")
 end)
 
-t.case("elements keep their low 8 bits", function()
-  local r = t.pack(merge({ 257, -1, 0x1FF00 }, { 0, 0, 0 }))
-  t.same(t.pack(r[1], table.unpack(elems(r[2], 3))), { 0, 1, 255, 0 }, "narrowed")
+t.case("tables of no element or more than 512, or no table, are refused with result 1 alone", function()
+  local REFUSED = {
+    { merge, {}, { 1 } }, { merge, { 1 }, {} }, { merge, filled(513, 1), { 1 } }, { both, { 1 }, filled(513, 1) },
+    { both, 5, { 1 } }, { merge }, { firstfree, {} }, { firstfree, filled(513, 0) }, { firstfree, "abc" },
+  }
+  for i, c in ipairs(REFUSED) do t.same(t.pack(c[1](table.unpack(c, 2))), { 1 }, "refused case " .. i) end
 end)
 
-t.case("tables of no element or more than 512 are refused with result 1 alone", function()
-  returns({ 1 }, "empty first", merge, {}, { 1 })
-  returns({ 1 }, "empty second", merge, { 1 }, {})
-  returns({ 1 }, "513 first", merge, filled(513, 1), { 1 })
-  returns({ 1 }, "513 second", both, { 1 }, filled(513, 1))
-  returns({ 1 }, "not a table", both, 5, { 1 })
-  returns({ 1 }, "no argument", merge)
-  returns({ 1 }, "empty", firstfree, {})
-  returns({ 1 }, "513", firstfree, filled(513, 0))
-  returns({ 1 }, "string", firstfree, "abc")
-end)
-
-t.case("512-element tables are the largest accepted", function()
-  local r = t.pack(merge(filled(512, 0x0F), filled(512, 0xF0)))
-  t.eq(r[1], 0, "code")
-  local out = elems(r[2], 512)
-  for i = 1, 512 do t.eq(out[i], 255, "byte " .. i) end
-end)
-
-t.case("the first free VLAN skips VLAN 0 and the used IDs of byte 0", function()
-  returns({ 0, 8 }, "{254}", firstfree, { 254 })
-  returns({ 0, 8 }, "{255}", firstfree, { 255 })
-  returns({ 0, 1 }, "{0}", firstfree, { 0 })
-  returns({ 0, 1 }, "{1}", firstfree, { 1 })
-  returns({ 0, 64 }, "first word full", firstfree, filled(8, 255))
-  returns({ 0, 65 }, "VLAN 64 used", firstfree, { 255, 255, 255, 255, 255, 255, 255, 255, 1 })
-end)
-
-t.case("VLAN 4095 is never free and never makes a bitmap less full", function()
-  returns({ 1 }, "1..4094 used", firstfree, full_table(127))
-  returns({ 1 }, "1..4095 used", firstfree, full_table(255))
-  returns({ 0, 4094 }, "4094 free", firstfree, full_table(63))
-  returns({ 0, 4088 }, "last byte empty", firstfree, full_table(0))
+t.case("the first free VLAN skips VLAN 0 and 4095 and finds the edges of each byte", function()
+  local CASES = {
+    { { 254 }, { 0, 8 } }, { { 255 }, { 0, 8 } }, { { 0 }, { 0, 1 } }, { { 1 }, { 0, 1 } },
+    { filled(8, 255), { 0, 64 } }, { { 255, 255, 255, 255, 255, 255, 255, 255, 1 }, { 0, 65 } },
+    { full_table(127), { 1 } }, { full_table(255), { 1 } }, { full_table(63), { 0, 4094 } },
+    { full_table(0), { 0, 4088 } },
+  }
+  for i, c in ipairs(CASES) do t.same(t.pack(firstfree(c[1])), c[2], "first-free case " .. i) end
 end)
 
 t.case("argument tables are left as they came in", function()
