@@ -11,6 +11,12 @@ local function rowlist(db, ifx)
   return table.concat(out, "; ")
 end
 
+-- The five results as one line: code, second, text, fourth, fifth.
+local function res(r) return string.format("%s %s %q %s %s", r.code, r.chg, r.text, r.segchg, r.adddel) end
+local function expect(r, code, chg, text, segchg, adddel, what)
+  t.eq(res(r), res({code = code, chg = chg, text = text, segchg = segchg, adddel = adddel}), what or "results")
+end
+
 local function ops(journal)
   local out = {}
   for _, e in ipairs(journal) do
@@ -27,8 +33,7 @@ case("overlapping request with equal services merges into one new row, old row d
   local old = U.rows(db, 7)[1]
   db:journal()
   local r = U.set(7, 150, 249, 1, 10, {1, 7})
-  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "second"); t.eq(r.text, "", "text")
-  t.eq(r.segchg, 2, "fourth"); t.eq(r.adddel, 4, "fifth")
+  expect(r, 0, nil, "", 2, 4)
   t.eq(rowlist(db, 7), "PE[100-249]xCE[1-10] {1=7}", "rows")
   local new = U.rows(db, 7)[1]
   local j = U.uvjournal(db)
@@ -38,7 +43,6 @@ case("overlapping request with equal services merges into one new row, old row d
     "delete 08361118 [1,2] flag 1"}, "\n"), "writes")
   t.eq(j[1].fields[2], new.idx, "new row index"); t.eq(j[2].fields[2], new.idx, "services under the new index")
   t.eq(j[2].fields[7], 7, "service type 1 in field 7"); t.eq(j[3].fields[2], old.idx, "old row deleted")
-  db:close()
 end)
 
 case("segment row carries the request's rectangle and owner key field by field", function()
@@ -51,7 +55,6 @@ case("segment row carries the request's rectangle and owner key field by field",
   t.eq(f[1], 9, "ifindex"); t.eq(f[3], 202, "key b"); t.eq(f[5], 5, "CE begin"); t.eq(f[6], 6, "CE end")
   t.eq(f[7], 20, "PE begin"); t.eq(f[8], 30, "PE end"); t.eq(f[9], 101, "key a"); t.eq(f[10], 303, "up id")
   t.eq(f[11], "cust", "key name")
-  db:close()
 end)
 
 case("changing services of one exact stored segment updates its rows in place", function()
@@ -59,12 +62,11 @@ case("changing services of one exact stored segment updates its rows in place", 
   U.set(7, 10, 20, 1, 5, {1, 3, 9, 4})
   db:journal()
   local r = U.set(7, 10, 20, 1, 5, {2, 6, 10, 8})
-  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "second"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth")
+  expect(r, 0, nil, "", nil, nil)
   t.eq(ops(U.uvjournal(db)), table.concat({
     "set 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "set 08360535 [1,2,3,5,6,7,8,9,10,11,12,13] flag 1"}, "\n"), "every loaded type written; VPN without field 4")
   t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3,2=6,9=4,10=8}", "rows")
-  db:close()
 end)
 
 case("services given to a segment stored without service rows are created", function()
@@ -73,7 +75,6 @@ case("services given to a segment stored without service rows are created", func
   db:journal()
   t.eq(U.set(7, 10, 20, 1, 5, {3, 1}).code, 0, "code")
   t.eq(ops(U.uvjournal(db)), "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1", "writes")
-  db:close()
 end)
 
 case("every service of a segment cleared with value 0 deletes its service rows", function()
@@ -83,7 +84,6 @@ case("every service of a segment cleared with value 0 deletes its service rows",
   t.eq(U.set(7, 10, 20, 1, 5, {1, 0, 9, 0}).code, 0, "code")
   t.eq(ops(U.uvjournal(db)), "delete 08361119 [2] flag 1\ndelete 08360535 [2] flag 1", "writes")
   t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {}", "rows")
-  db:close()
 end)
 
 case("a request equal to the stored state writes nothing", function()
@@ -92,7 +92,6 @@ case("a request equal to the stored state writes nothing", function()
   db:journal()
   local r = U.set(7, 12, 15, 2, 3, {1, 3})
   t.eq(r.code, 0, "code"); t.eq(#db:journal(), 0, "writes")
-  db:close()
 end)
 
 case("an empty service table keeps stored services and adds bare rows elsewhere", function()
@@ -100,7 +99,6 @@ case("an empty service table keeps stored services and adds bare rows elsewhere"
   U.set(7, 10, 20, 1, 5, {1, 3})
   t.eq(U.set(7, 10, 20, 1, 10, {}).code, 0, "code")
   t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3}; PE[10-20]xCE[6-10] {}", "rows")
-  db:close()
 end)
 
 case("stored key words replace those of the request", function()
@@ -110,7 +108,6 @@ case("stored key words replace those of the request", function()
   U.set(7, 21, 30, 1, 5, {1, 4}, {a = 8, b = 9})
   local j = U.uvjournal(db)
   t.eq(j[1].fields[9], 1, "key a of the first stored row"); t.eq(j[1].fields[3], 2, "key b of the first stored row")
-  db:close()
 end)
 
 -- ---- removal ----
@@ -121,7 +118,7 @@ case("removal of the middle of a segment stores the outer part again", function(
   local old = U.rows(db, 7)[1]
   db:journal()
   local r = U.set(7, 10, 19, 1, 5, {255, 1})
-  t.eq(r.code, 0, "code"); t.eq(r.chg, nil, "one in, one out"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, 4, "fifth")
+  expect(r, 0, nil, "", nil, 4, "one in, one out")
   t.eq(rowlist(db, 7), "PE[20-29]xCE[1-5] {1=3}", "rows")
   local j = U.uvjournal(db)
   t.eq(ops(j), table.concat({
@@ -129,16 +126,14 @@ case("removal of the middle of a segment stores the outer part again", function(
     "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "delete 08361118 [1,2] flag 1"}, "\n"), "writes")
   t.eq(j[3].fields[2], old.idx, "old row deleted after the new one is in")
-  db:close()
 end)
 
 case("removal of a whole segment deletes its row and reports one row less", function()
   local db = fresh()
   U.set(7, 10, 29, 1, 5, {1, 3})
   local r = U.set(7, 10, 29, 1, 5, {16, 2})
-  t.eq(r.code, 0, "code"); t.eq(r.chg, -1, "rows inserted minus deleted"); t.eq(r.adddel, nil, "fifth")
+  expect(r, 0, -1, "", nil, nil, "rows inserted minus deleted")
   t.eq(rowlist(db, 7), "", "rows")
-  db:close()
 end)
 
 case("removal reaching beyond the stored segments is refused without a write", function()
@@ -146,45 +141,30 @@ case("removal reaching beyond the stored segments is refused without a write", f
   U.set(7, 10, 29, 1, 5, {1, 3})
   db:journal()
   local r = U.set(7, 10, 30, 1, 5, {255, 1})
-  t.eq(r.code, 1, "code"); t.eq(r.chg, 1, "second"); t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth")
-  t.eq(r.text, "\nVLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", "text")
-  t.eq(#db:journal(), 0, "writes")
-  t.eq(db:mem().live, 0, "live blocks")
-  db:close()
+  expect(r, 1, 1, "\nVLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", nil, nil)
+  t.clean(db, "refused removal")
 end)
 
 -- ---- arguments ----
 
-local function refused(t1, t2, text)
+case("refused arguments answer code 1 and the reason, writing nothing", function()
+  local P = "VLANLUA_Spt_SetUserVlanQinQSvc:"
+  local a9, a11 = {table.unpack(U.arg1(7, 1, 2, 1, 2), 1, 9)}, U.arg1(7, 1, 2, 1, 2)
+  a11[11] = 0
+  local CASES = {
+    {a9, {}, "first array uiParamNum = 9, Error"}, {a11, {}, "first array uiParamNum = 11, Error"},
+    {U.arg1(0xFFFFFFFF, 1, 2, 1, 2), {}, "uiIfIndex is not valid"},
+    {U.arg1(7, 1, 2, 1, 2), {1, 2, 3}, "second array uiParamNum = 3, Error"},
+    {U.arg1(7, 1, 2, 1, 2), {17, 1}, "uiServiceType = 17, Error"},
+  }
   local db = fresh()
-  db:journal()
-  local r = U.call(t1, t2)
-  t.eq(r.code, 1, "code"); t.eq(r.chg, nil, "second"); t.eq(r.text, "\n" .. text, "text")
-  t.eq(r.segchg, nil, "fourth"); t.eq(r.adddel, nil, "fifth"); t.eq(#db:journal(), 0, "writes")
-  db:close()
-end
-
-case("a first table of 9 or 11 elements is refused", function()
-  local t = U.arg1(7, 1, 2, 1, 2)
-  refused({table.unpack(t, 1, 9)}, {}, "VLANLUA_Spt_SetUserVlanQinQSvc:first array uiParamNum = 9, Error\n")
-  t[11] = 0
-  refused(t, {}, "VLANLUA_Spt_SetUserVlanQinQSvc:first array uiParamNum = 11, Error\n")
-end)
-
-case("interface 0xFFFFFFFF is refused and 0xFFFFFFFE accepted", function()
-  refused(U.arg1(0xFFFFFFFF, 1, 2, 1, 2), {}, "VLANLUA_Spt_SetUserVlanQinQSvc:uiIfIndex is not valid\n")
-  local db = fresh()
-  t.eq(U.set(0xFFFFFFFE, 1, 2, 1, 2, {}).code, 0, "code")
-  db:close()
-end)
-
-case("an odd service table and a service type above 16 are refused; 255 means 16", function()
-  refused(U.arg1(7, 1, 2, 1, 2), {1, 2, 3}, "VLANLUA_Spt_SetUserVlanQinQSvc:second array uiParamNum = 3, Error\n")
-  refused(U.arg1(7, 1, 2, 1, 2), {17, 1}, "VLANLUA_Spt_SetUserVlanQinQSvc:uiServiceType = 17, Error\n")
-  local db = fresh()
+  for _, c in ipairs(CASES) do
+    expect(U.call(c[1], c[2]), 1, nil, "\n" .. P .. c[3] .. "\n", nil, nil, c[3])
+  end
+  t.clean(db, "refused")
+  t.eq(U.set(0xFFFFFFFE, 1, 2, 1, 2, {}).code, 0, "interface 0xFFFFFFFE accepted")
   local r = U.set(7, 1, 2, 1, 2, {255, 1})
-  t.eq(r.code, 1, "a removal over nothing"); t.eq(r.chg, 1, "refused by the check flag")
-  db:close()
+  t.eq(r.code .. " " .. r.chg, "1 1", "255 means 16: a removal over nothing, refused by the check flag")
 end)
 
 case("a key name of 64 bytes fills the field; a longer one leaves it empty", function()
@@ -194,7 +174,6 @@ case("a key name of 64 bytes fills the field; a longer one leaves it empty", fun
   U.call(U.arg1(7, 5, 6, 1, 2, {name = string.rep("k", 65)}), {})
   local j = U.uvjournal(db)
   t.eq(j[1].fields[11], string.rep("k", 64), "64 bytes"); t.eq(j[2].fields[11], "", "65 bytes")
-  db:close()
 end)
 
 t.finish()
