@@ -78,79 +78,46 @@ local function store(key, slice, ids)
   db:journal()
 end
 
-t.case("control IDs map to slices at 4094, 4095, 8188 and 8189", function()
-  fresh()
-  for _, c in ipairs({ { 1, 0, { 1 } }, { 4094, 0, { 4094 } }, { 4095, 1, { 1, 2 } },
-                        { 8188, 1, { 1, 2, 4094 } }, { 8189, 2, { 1 } } }) do
-    local key = 100 + c[1]
-    t.eq(call(create, key, c[1], VR), 0, "create " .. c[1])
-    writes({ { "insert", { [1] = key, [2] = c[2], [3] = c[3], [4] = VR } } }, "control ID " .. c[1])
+-- Each case: stored slices {key, slice, VLANs}, one call, and the writes it must make in order.
+local C, M = "create", "move"
+local CASES = {
+  { "control IDs 1 and 4094 fall in slice 0", {}, { C, 101, 1 }, { { "insert", { [1] = 101, [2] = 0, [3] = { 1 }, [4] = VR } } } },
+  { "", {}, { C, 102, 4094 }, { { "insert", { [1] = 102, [2] = 0, [3] = { 4094 }, [4] = VR } } } },
+  { "4095 and 8188 in slice 1, which gets the reserved VLANs 1 and 2", {}, { C, 103, 4095 },
+    { { "insert", { [1] = 103, [2] = 1, [3] = { 1, 2 }, [4] = VR } } } },
+  { "", {}, { C, 104, 8188 }, { { "insert", { [1] = 104, [2] = 1, [3] = { 1, 2, 4094 }, [4] = VR } } } },
+  { "8189 in slice 2", {}, { C, 105, 8189 }, { { "insert", { [1] = 105, [2] = 2, [3] = { 1 }, [4] = VR } } } },
+  { "marking in a stored slice 1 adds the reserved VLANs again", { { 9, 1, { 906 } } }, { C, 9, 5001 },
+    { { "set", { [1] = 9, [2] = 1, [3] = { 1, 2, 906, 907 }, [5] = 0 } } } },
+  { "marking in a stored slice 0", { { 9, 0, { 5 } } }, { C, 9, 6 },
+    { { "set", { [1] = 9, [2] = 0, [3] = { 5, 6 }, [5] = 0 } } } },
+  { "keys keep their slices apart", { { 1, 0, { 5 } } }, { C, 2, 6 },
+    { { "insert", { [1] = 2, [2] = 0, [3] = { 6 }, [4] = VR } } } },
+  { "extra arguments are ignored", {}, { C, 9, 3, "extra" }, { { "insert", { [1] = 9, [2] = 0, [3] = { 3 }, [4] = VR } } } },
+  { "moving the last mark out of a slice deletes it, then creates the new slice", { { 9, 0, { 100 } } },
+    { M, 9, 5000, 100 }, { { "delete", { [1] = 9, [2] = 0 } },
+                           { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2, 906 }, [4] = VR } } } },
+  { "moving across into a stored slice updates both, no reserved VLAN added",
+    { { 9, 0, { 100, 101 } }, { 9, 1, { 906 } } }, { M, 9, 5001, 100 },
+    { { "set", { [1] = 9, [2] = 0, [3] = { 101 }, [5] = 0 } }, { "set", { [1] = 9, [2] = 1, [3] = { 906, 907 }, [5] = 0 } } } },
+  { "moving from a slice never stored only marks the new ID", { { 9, 0, { 7 } } }, { M, 9, 8, 9000 },
+    { { "set", { [1] = 9, [2] = 0, [3] = { 7, 8 }, [5] = 0 } } } },
+  { "moving within a slice updates it once", { { 9, 0, { 100, 300 } } }, { M, 9, 200, 100 },
+    { { "set", { [1] = 9, [2] = 0, [3] = { 200, 300 }, [5] = 0 } } } },
+  { "moving within slice 1", { { 9, 1, { 906 } } }, { M, 9, 5100, 5000 },
+    { { "set", { [1] = 9, [2] = 1, [3] = { 1006 }, [5] = 0 } } } },
+  { "moving within a missing slice creates it", {}, { M, 9, 4200, 4100 },
+    { { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2, 106 }, [4] = VR } } } },
+}
+
+t.case("marks and moves write the slices at their edges in order", function()
+  for i, c in ipairs(CASES) do
+    fresh()
+    for _, st in ipairs(c[2]) do store(st[1], st[2], st[3]) end
+    local a = c[3]
+    t.eq(call(a[1] == C and create or move, a[2], a[3], VR, a[4]), 0, "case " .. i .. " result")
+    writes(c[4], string.format("case %d (%s)", i, c[1]))
   end
-end)
-
-t.case("a new slice 1 carries the reserved VLANs 1 and 2, slice 0 does not", function()
-  fresh()
-  t.eq(call(create, 9, 5000, VR), 0, "create 5000")
-  writes({ { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2, 906 }, [4] = VR } } }, "5000")
-  t.eq(call(create, 9, 100, VR), 0, "create 100")
-  writes({ { "insert", { [1] = 9, [2] = 0, [3] = { 100 }, [4] = VR } } }, "100")
-end)
-
-t.case("marking in a stored slice updates it and adds the reserved VLANs again", function()
-  fresh()
-  store(9, 1, { 906 })
-  t.eq(call(create, 9, 5001, VR), 0, "create 5001")
-  writes({ { "set", { [1] = 9, [2] = 1, [3] = { 1, 2, 906, 907 }, [5] = 0 } } }, "5001")
-  store(9, 0, { 5 })
-  t.eq(call(create, 9, 6, VR), 0, "create 6")
-  writes({ { "set", { [1] = 9, [2] = 0, [3] = { 5, 6 }, [5] = 0 } } }, "6")
-end)
-
-t.case("keys keep their slices apart", function()
-  fresh()
-  store(1, 0, { 5 })
-  t.eq(call(create, 2, 6, VR), 0, "create under key 2")
-  writes({ { "insert", { [1] = 2, [2] = 0, [3] = { 6 }, [4] = VR } } }, "other key")
-end)
-
-t.case("moving the last mark out of a slice deletes it and creates the new slice", function()
-  fresh()
-  store(9, 0, { 100 })
-  t.eq(call(move, 9, 5000, VR, 100), 0, "move 100 -> 5000")
-  writes({ { "delete", { [1] = 9, [2] = 0 } },
-           { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2, 906 }, [4] = VR } } }, "100 -> 5000")
-end)
-
-t.case("moving across slices into a stored slice updates both and adds no reserved VLAN", function()
-  fresh()
-  store(9, 0, { 100, 101 })
-  store(9, 1, { 906 })
-  t.eq(call(move, 9, 5001, VR, 100), 0, "move 100 -> 5001")
-  writes({ { "set", { [1] = 9, [2] = 0, [3] = { 101 }, [5] = 0 } },
-           { "set", { [1] = 9, [2] = 1, [3] = { 906, 907 }, [5] = 0 } } }, "100 -> 5001")
-end)
-
-t.case("moving from a slice that was never stored only marks the new ID", function()
-  fresh()
-  store(9, 0, { 7 })
-  t.eq(call(move, 9, 8, VR, 9000), 0, "move 9000 -> 8")
-  writes({ { "set", { [1] = 9, [2] = 0, [3] = { 7, 8 }, [5] = 0 } } }, "9000 -> 8")
-end)
-
-t.case("moving within a slice updates it once, old cleared and new set", function()
-  fresh()
-  store(9, 0, { 100, 300 })
-  t.eq(call(move, 9, 200, VR, 100), 0, "move 100 -> 200")
-  writes({ { "set", { [1] = 9, [2] = 0, [3] = { 200, 300 }, [5] = 0 } } }, "100 -> 200")
-  store(9, 1, { 906 })
-  t.eq(call(move, 9, 5100, VR, 5000), 0, "move 5000 -> 5100 in slice 1")
-  writes({ { "set", { [1] = 9, [2] = 1, [3] = { 1006 }, [5] = 0 } } }, "5000 -> 5100")
-end)
-
-t.case("moving within a missing slice creates it", function()
-  fresh()
-  t.eq(call(move, 9, 4200, VR, 4100), 0, "move 4100 -> 4200")
-  writes({ { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2, 106 }, [4] = VR } } }, "4100 -> 4200")
 end)
 
 t.case("the full flag goes to 1 with the last VLAN and back to 0 when one leaves", function()
@@ -177,12 +144,6 @@ t.case("refused arguments answer 1 and write nothing", function()
   t.eq(call(move, 9, 6, VR), 1, "three arguments")
   t.eq(call(move, 9, 6, VR, "5"), 1, "old not a number")
   t.clean(db, "refused")
-end)
-
-t.case("extra arguments are ignored", function()
-  fresh()
-  t.eq(call(create, 9, 3, VR, "extra"), 0, "four arguments to create")
-  writes({ { "insert", { [1] = 9, [2] = 0, [3] = { 3 }, [4] = VR } } }, "extra")
 end)
 
 t.case("without a bound database the functions answer 1 and write nothing", function()
