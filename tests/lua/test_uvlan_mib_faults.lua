@@ -91,7 +91,6 @@ case("every allocation of a walk with descriptions fails cleanly", function()
   for _, site in ipairs({"entries", "pair buffer", "count", "802.1Q rows", "QinQ rows", "descriptions", "silent"}) do
     assert(seen[site], "no failure reached the site: " .. site)
   end
-  c:close()
 end)
 
 -- When the QinQ rows of the resumed interface cannot be loaded, the walk has nothing to
@@ -101,7 +100,6 @@ case("every allocation of a resumed walk fails cleanly", function()
   local _, restart = c:page(10, 0, 0, 100, 0)
   local seen = sweepAllocs(c, {10, 100, 11, 100, 0}, restart)
   assert(seen["pair buffer"] and seen["QinQ rows"] and seen["802.1Q rows"], "resume sites reached")
-  c:close()
 end)
 
 case("every allocation of an any-other walk fails cleanly", function()
@@ -109,7 +107,6 @@ case("every allocation of an any-other walk fails cleanly", function()
   c:addAnyOther(10); c:addAnyOther(30)
   local seen = sweepAllocs(c, {0, 0, 0, 100, 2})
   assert(seen["entries"] and seen["any-other rows"] and seen["silent"], "any-other sites reached")
-  c:close()
 end)
 
 case("a failing database call reads as missing rows: success, walk order, no message", function()
@@ -126,7 +123,6 @@ case("a failing database call reads as missing rows: success, walk order, no mes
     eq(c.db:mem().live, 0, "live blocks after call " .. n .. " failed")
   end
   assert(shorter >= 3, "failed calls cost entries")
-  c:close()
 end)
 
 case("a failing database call makes an existence check answer no", function()
@@ -142,7 +138,6 @@ case("a failing database call makes an existence check answer no", function()
     eq(c.db:mem().live, 0, "live blocks")
   end
   assert(noes >= 1, "the failing query answers no")
-  c:close()
 end)
 
 t.finish()

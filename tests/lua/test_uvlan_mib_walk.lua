@@ -22,67 +22,37 @@ end
 local ALL = {"10:0:10", "10:0:11", "10:100:11", "10:101:11", "10:0:12", "20:0:5",
              "30:5:3", "30:6:3", "30:5:4", "30:6:4"}
 
-case("a whole walk orders interfaces, then CE, then PE with 802.1Q as PE 0", function()
-  local c = small()
-  local code, keys, _, msg = c:page(0, 0, 0, 100)
-  eq(code, 0, "code"); list(keys, ALL); eq(msg, "\0", "message")
-  list(keys, c:model(), "model")
-  c:close()
-end)
+-- Each page: start key (interface, PE, CE), size, query type, and the entries it must give.
+local PAGES = {
+  {"a whole walk orders interfaces, then CE, then PE with 802.1Q as PE 0", {0, 0, 0, 100}, ALL},
+  {"after a QinQ entry: its next PE, then the next CE", {10, 100, 11, 4}, {"10:101:11", "10:0:12", "20:0:5", "30:5:3"}},
+  {"after an 802.1Q entry: the QinQ entries of the same CE first", {10, 0, 11, 3}, {"10:100:11", "10:101:11", "10:0:12"}},
+  {"after an interface's last entry", {20, 0, 5, 100}, {"30:5:3", "30:6:3", "30:5:4", "30:6:4"}},
+  {"an interface-only key starts with that interface", {20, 0, 0, 3}, {"20:0:5", "30:5:3", "30:6:3"}},
+  {"a page of one", {10, 0, 0, 1}, {"10:0:10"}},
+  {"a page of zero entries succeeds empty", {0, 0, 0, 0}, {}},
+  {"any-other: one entry per interface of the VR", {0, 0, 0, 10, 2}, {"10:0:0", "30:0:0", "40:0:0"}},
+  {"any-other: after the start interface", {10, 0, 0, 10, 2}, {"30:0:0", "40:0:0"}},
+  {"any-other: paged", {30, 0, 0, 1, 2}, {"40:0:0"}},
+}
 
-case("resuming after a QinQ entry gives its next PE, then the next CE", function()
+case("pages resume after any key in model order, write nothing and leave no block", function()
   local c = small()
-  local _, first = c:page(10, 0, 0, 3)
-  list(first, {"10:0:10", "10:0:11", "10:100:11"})
-  local _, second = c:page(10, 100, 11, 4)
-  list(second, {"10:101:11", "10:0:12", "20:0:5", "30:5:3"})
-  c:close()
-end)
-
-case("resuming after an 802.1Q entry gives the QinQ entries of the same CE first", function()
-  local c = small()
-  local _, keys = c:page(10, 0, 11, 3)
-  list(keys, {"10:100:11", "10:101:11", "10:0:12"})
-  local _, tail = c:page(20, 0, 5, 100)
-  list(tail, {"30:5:3", "30:6:3", "30:5:4", "30:6:4"})
-  c:close()
+  list(c:model(), ALL, "model")
+  c.db:journal()
+  for _, p in ipairs(PAGES) do
+    local code, keys, tbl, msg = c:page(table.unpack(p[2]))
+    eq(code, 0, p[1]); eq(msg, "\0", p[1]); eq(type(tbl), "table", p[1])
+    list(keys, p[3], p[1])
+    for _, e in ipairs(tbl) do eq(e.anyOther, p[2][5] == 2 and 1 or 0, p[1] .. ": anyOther") end
+  end
+  t.clean(c.db, "walks")
 end)
 
 case("a start key with a PE VLAN but no CE VLAN fails the call", function()
-  local c = small()
-  local code, tbl, msg = F.lib.VLAN_spt_UserVlanMibQuery(10, 100, 0, 1, 10, 0)
-  eq(code, 1, "code"); eq(tbl, nil, "table")
-  eq(msg, "\nVLAN_API_UserVlanMibQuery: return ERR\n\0", "message")
-  c:close()
-end)
-
-case("an interface-only start key starts with that interface in an 802.1Q/QinQ walk", function()
-  local c = small()
-  local _, keys = c:page(20, 0, 0, 3)
-  list(keys, {"20:0:5", "30:5:3", "30:6:3"})
-  local _, from10 = c:page(10, 0, 0, 1)
-  list(from10, {"10:0:10"})
-  c:close()
-end)
-
-case("an any-other walk gives one entry per interface of the VR, after the start interface", function()
-  local c = small()
-  local code, keys, tbl = c:page(0, 0, 0, 10, 2)
-  eq(code, 0, "code")
-  list(keys, {"10:0:0", "30:0:0", "40:0:0"})
-  for _, e in ipairs(tbl) do eq(e.anyOther, 1, "anyOther"); eq(e.description, nil, "description") end
-  local _, after = c:page(10, 0, 0, 10, 2)
-  list(after, {"30:0:0", "40:0:0"})
-  local _, paged = c:page(30, 0, 0, 1, 2)
-  list(paged, {"40:0:0"})
-  c:close()
-end)
-
-case("entries of an 802.1Q/QinQ walk say anyOther 0", function()
-  local c = small()
-  local _, _, tbl = c:page(0, 0, 0, 100)
-  for _, e in ipairs(tbl) do eq(e.anyOther, 0, "anyOther") end
-  c:close()
+  small()
+  t.same(t.pack(F.lib.VLAN_spt_UserVlanMibQuery(10, 100, 0, 1, 10, 0)),
+    {n = 3, 1, nil, "\nVLAN_API_UserVlanMibQuery: return ERR\n\0"}, "results")
 end)
 
 case("descriptions are looked up with query type 1 only, nil where none is stored", function()
@@ -103,7 +73,6 @@ case("descriptions are looked up with query type 1 only, nil where none is store
   end
   local _, _, plain = c:page(0, 0, 0, 100, 0)
   for i, e in ipairs(plain) do eq(e.description, nil, "type 0 description " .. i) end
-  c:close()
 end)
 
 case("one call visits the QinQ entries of at most 64 interfaces; the next call goes on", function()
@@ -116,14 +85,6 @@ case("one call visits the QinQ entries of at most 64 interfaces; the next call g
   local _, rest = c:page(last.ifIndex, last.peVlan, last.ceVlan, 1000)
   eq(#rest, 6, "entries of the second call")
   eq(rest[1], "165:7:9", "first entry of the second call")
-  c:close()
-end)
-
-case("a page of zero entries succeeds empty", function()
-  local c = small()
-  local code, keys, tbl = c:page(0, 0, 0, 0)
-  eq(code, 0, "code"); eq(#keys, 0, "entries"); eq(type(tbl), "table", "result")
-  c:close()
 end)
 
 case("refused arguments answer 1, nil and the reason", function()
@@ -139,16 +100,6 @@ case("refused arguments answer 1, nil and the reason", function()
   check("\nVLAN_UserVlanMibQueryParse:usPeVid or usCeVid is not a number\n", 0, 0, {}, 1, 10, 0)
   check("\nVLAN_UserVlanMibQueryParse:uiVrId is not a number\n", 0, 0, 0, nil, 10, 0)
   check("\nVLAN_UserVlanMibQueryParse:uiQueryNum is not a number\n", 0, 0, 0, 1, 10, true)
-  c:close()
-end)
-
-case("the walk writes nothing and leaves no block behind", function()
-  local c = small()
-  c.db:journal()
-  c:page(0, 0, 0, 100, 1); c:page(10, 100, 11, 2); c:page(10, 0, 11, 2); c:page(0, 0, 0, 5, 2)
-  eq(#c.db:journal(), 0, "journal entries")
-  eq(c.db:mem().live, 0, "live blocks")
-  c:close()
 end)
 
 case("a description row of an interface without entries ends the lookups after it", function()
@@ -159,7 +110,6 @@ case("a description row of an interface without entries ends the lookups after i
   local _, _, tbl = c:page(0, 0, 0, 100, 1)
   eq(tbl[1].description:match("^[^%z]*"), "ten", "before the orphan row")
   eq(tbl[10].description, nil, "after the orphan row")
-  c:close()
 end)
 
 case("without a bound database every function answers 1 and names the missing object", function()
@@ -173,7 +123,6 @@ case("without a bound database every function answers 1 and names the missing ob
   code, msg = F.lib.VLAN_spt_UserVlanQinqExist(10, 100, 11, 1)
   eq(code, 1, "QinQ code"); eq(msg, "\nVLANLUA_Spt_UserVlanQinqExist:call ECM_CAPI_GetObjExt ERR\n\0", "QinQ")
   c.db:bind()
-  c:close()
 end)
 
 t.finish()
