@@ -92,14 +92,6 @@ t.case("a rectangle abutting only the widened one is absorbed, in the same or a 
   t.lines(rects(db2), { string.format("%d/%d/1 PE[5,5] CE[1,3]", IF, VR) }, "stored")
 end)
 
-t.case("when nothing abuts the new rectangle itself, nothing is merged", function()
-  local db = t.fresh()
-  store(db, 900, 5, 5, 3, 3)
-  store(db, 901, 5, 5, 4, 4)        -- these two abut each other, not the new one
-  t.same(t.pack(merge(args(5, 5, 1, 1))), { 0, 0 }, "result")
-  t.eq(#rects(db), 3, "stored")
-end)
-
 t.case("the key text is copied without terminator up to 64 characters, else left zero", function()
   local db = t.fresh()
   local k64, k65 = string.rep("k", 64), string.rep("z", 65)

