@@ -18,36 +18,26 @@ local function set_line(n) return t.w("set", SPEC, 0, { [1] = VR, [2] = MAIN, [3
 local function insert_line(n) return t.w("insert", SPEC, 0, { [1] = VR, [2] = MAIN, [3] = n }) end
 local delete_line = t.w("delete", SPEC, 0, { [1] = VR, [2] = MAIN })
 
-t.case("a stored counter is updated by the delta", function()
-  local db = t.fresh()
-  counter(db, 10)
-  db:journal()
-  t.same(t.pack(update(MAIN, 4, VR, true)), { 0, 14 }, "add")
-  t.lines(t.writes(db), { set_line(14) }, "writes")
-  t.same(t.pack(update(MAIN, 5, VR, false)), { 0, 9 }, "remove")
-  t.lines(t.writes(db), { set_line(9) }, "writes")
-  t.no_leak(db)
-end)
+-- Each case: the stored counter (nil: none), delta, add?, the new count and the one write.
+local UPDATES = {
+  { 10, 4, true, 14, set_line(14) },
+  { 10, 5, false, 5, set_line(5) },
+  { 10, 12, false, 0, delete_line },           -- below zero: deleted
+  { 3, 3, false, 0, delete_line },             -- exactly zero
+  { 0xFFFFFFFF, 1, true, 0, delete_line },     -- wraps in 32 bits to zero
+  { nil, 5, false, 0 },                        -- nothing stored, nothing to recount: no write
+  { nil, 0, true, 0 },
+}
 
-t.case("a counter that falls to zero or below is deleted", function()
-  local db = t.fresh()
-  counter(db, 10)
-  db:journal()
-  t.same(t.pack(update(MAIN, 12, VR, false)), { 0, 0 }, "remove more than stored")
-  t.lines(t.writes(db), { delete_line }, "writes")
-  t.eq(db:count(SPEC), 0, "stored counters")
-  counter(db, 3)
-  db:journal()
-  t.same(t.pack(update(MAIN, 3, VR, false)), { 0, 0 }, "remove exactly")
-  t.lines(t.writes(db), { delete_line }, "writes")
-end)
-
-t.case("the counter wraps in 32 bits, and a wrap to zero deletes it", function()
-  local db = t.fresh()
-  counter(db, 0xFFFFFFFF)
-  db:journal()
-  t.same(t.pack(update(MAIN, 1, VR, true)), { 0, 0 }, "wrap")
-  t.lines(t.writes(db), { delete_line }, "writes")
+t.case("a stored counter moves by the delta and is deleted at zero", function()
+  for i, c in ipairs(UPDATES) do
+    local db = t.fresh()
+    if c[1] then counter(db, c[1]) end
+    db:journal()
+    t.same(t.pack(update(MAIN, c[2], VR, c[3])), { 0, c[4] }, "case " .. i)
+    t.lines(t.writes(db), { c[5] }, "case " .. i .. ": writes")
+    t.no_leak(db)
+  end
 end)
 
 local function recount_example()
@@ -66,13 +56,6 @@ t.case("without a stored counter the pairs of the stored rectangles are recounte
   t.lines(t.writes(db), { insert_line(24) }, "writes")
   t.same(t.pack(update(MAIN, 1, VR, true)), { 0, 25 }, "now stored")
   t.lines(t.writes(db), { set_line(25) }, "writes")
-end)
-
-t.case("without a counter or rectangles a removal gives zero and writes nothing", function()
-  local db = t.fresh()
-  t.same(t.pack(update(MAIN, 5, VR, false)), { 0, 0 }, "remove")
-  t.same(t.pack(update(MAIN, 0, VR, true)), { 0, 0 }, "add nothing")
-  t.clean(db, "no writes")
 end)
 
 t.case("wrong argument counts or types and a missing database give the single result 1", function()
@@ -100,35 +83,21 @@ t.case("an unreadable stored counter switches to the recount and an insert that 
   t.clean(db, "after the failure")
 end)
 
-t.case("an allocation failing at each site of the recount gives the documented answer", function()
-  local n = t.sweep("alloc", recount_example, function() return update(MAIN, 3, VR, true) end, function(n, r, db)
-    local lines = t.writes(db)
-    if n == 3 or n == 4 or n == 5 then   -- recount: its record set, the count's, the result buffer
-      t.same(r, { 1 }, "alloc n=" .. n)
-      t.eq(#lines, 0, "alloc n=" .. n .. ": writes")
-    else                                 -- 1, 2: the stored counter counts as missing anyway
-      t.same(r, { 0, 24 }, "alloc n=" .. n)
-      t.lines(lines, { insert_line(24) }, "alloc n=" .. n .. ": writes")
-      if n > 5 then return "clean" end
-    end
+-- The sites whose failure fails the recount; any other failure leaves the recount intact (the
+-- stored counter counts as missing anyway). Allocations: the counter read's record set and
+-- buffer, then the recount's record set, the count's and the result buffer. Client calls: the
+-- counter's id and select, then the count, the id and select of rectangles, and the insert.
+for kind, want in pairs({ alloc = { fails = { [3] = true, [4] = true, [5] = true }, n = 6 },
+                          call = { fails = { [3] = true, [5] = true, [6] = true }, n = 7 } }) do
+  t.case("a " .. kind .. " failing at each site of the recount gives the documented answer", function()
+    local n = t.sweep(kind, recount_example, function() return update(MAIN, 3, VR, true) end, function(n, r, db)
+      local what = kind .. " n=" .. n
+      t.same(r, want.fails[n] and { 1 } or { 0, 24 }, what)
+      t.lines(t.writes(db), { not want.fails[n] and insert_line(24) or nil }, what .. ": writes")
+      if n >= want.n then return "clean" end
+    end)
+    t.eq(n, want.n, kind .. " sites of a recount")
   end)
-  t.eq(n, 6, "allocations of a recount")
-end)
-
-t.case("a client call failing at each site of the recount gives the documented answer", function()
-  local fails = { [3] = true, [5] = true, [6] = true }   -- count, select of rectangles, insert
-  local n = t.sweep("call", recount_example, function() return update(MAIN, 3, VR, true) end, function(n, r, db)
-    local lines = t.writes(db)
-    if fails[n] then
-      t.same(r, { 1 }, "call n=" .. n)
-      t.eq(#lines, 0, "call n=" .. n .. ": writes")
-    else
-      t.same(r, { 0, 24 }, "call n=" .. n)
-      t.lines(lines, { insert_line(24) }, "call n=" .. n .. ": writes")
-      if n > 6 then return "clean" end
-    end
-  end)
-  t.eq(n, 7, "client calls of a recount")
-end)
+end
 
 t.finish()
