@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ostream>
 #include <vector>
 
 #include "cor/vlanlua_cor_match.h"
@@ -17,7 +18,24 @@ struct Write {
     uint32_t uiTable;
     uint32_t uiFlag;
     std::vector<uint32_t> fields;
+    bool operator==(const Write &o) const
+    {
+        return uiOp == o.uiOp && uiTable == o.uiTable && uiFlag == o.uiFlag && fields == o.fields;
+    }
 };
+
+std::ostream &operator<<(std::ostream &os, const Write &w)
+{
+    os << "op " << w.uiOp << " table " << std::hex << w.uiTable << std::dec << " flag " << w.uiFlag << " fields";
+    for (uint32_t f : w.fields) {
+        os << ' ' << f;
+    }
+    return os;
+}
+
+constexpr uint32_t kIns = ECM_JOURNAL_INSERT, kSet = ECM_JOURNAL_SET, kDel = ECM_JOURNAL_DELETE;
+const std::vector<uint32_t> kSegIndexFields = {1, 2};
+const std::vector<uint32_t> kKeyFields = {2, 3};
 
 class MatchWrites : public ::testing::Test {
 protected:
@@ -61,9 +79,6 @@ protected:
     VLANLUA_CTX_S m_stCtx = {};
 };
 
-const std::vector<uint32_t> kSegIndexFields = {1, 2};
-const std::vector<uint32_t> kKeyFields = {2, 3};
-
 TEST_F(MatchWrites, Dot1QMergeListsAllTenFieldsInOrderThenDeletesByKey)
 {
     Store(VLANLUA_TBL_DOT1Q_MATCH_SEG, {{2, 0, 5, nullptr}, {3, 0, 900, nullptr}, {4, 0, 1, nullptr},
@@ -75,17 +90,10 @@ TEST_F(MatchWrites, Dot1QMergeListsAllTenFieldsInOrderThenDeletesByKey)
     stNew.ucGroupId = 1;
     stNew.uiVrId = 7;
     ASSERT_EQ(0u, VLAN_API_Dot1QMatchMerge(&m_stCtx, &stNew));
-    auto j = Journal();
-    ASSERT_EQ(3u, j.size());
-    EXPECT_EQ(VLANLUA_TBL_SEG_INDEX, j[0].uiTable);
-    EXPECT_EQ(0u, j[0].uiFlag);
-    EXPECT_EQ(kSegIndexFields, j[0].fields);
-    EXPECT_EQ(VLANLUA_TBL_DOT1Q_MATCH_SEG, j[1].uiTable);
-    EXPECT_EQ(1u, j[1].uiFlag);
-    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), j[1].fields);
-    EXPECT_EQ(static_cast<uint32_t>(ECM_JOURNAL_DELETE), j[2].uiOp);
-    EXPECT_EQ(1u, j[2].uiFlag);
-    EXPECT_EQ(kKeyFields, j[2].fields);
+    EXPECT_EQ(Journal(), (std::vector<Write>{
+                             {kIns, VLANLUA_TBL_SEG_INDEX, 0, kSegIndexFields},
+                             {kIns, VLANLUA_TBL_DOT1Q_MATCH_SEG, 1, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+                             {kDel, VLANLUA_TBL_DOT1Q_MATCH_SEG, 1, kKeyFields}}));
 }
 
 TEST_F(MatchWrites, QinQMergeListsAllTwelveFieldsInOrder)
@@ -104,14 +112,10 @@ TEST_F(MatchWrites, QinQMergeListsAllTwelveFieldsInOrder)
     uint32_t uiNodes = 0;
     ASSERT_EQ(0u, VLAN_API_QinQMatchMerge(&m_stCtx, &stNew, &uiNodes));
     EXPECT_EQ(2u, uiNodes);
-    auto j = Journal();
-    ASSERT_EQ(3u, j.size());
-    EXPECT_EQ(static_cast<uint32_t>(ECM_JOURNAL_DELETE), j[0].uiOp);
-    EXPECT_EQ(kKeyFields, j[0].fields);
-    EXPECT_EQ(1u, j[0].uiFlag);
-    EXPECT_EQ(kSegIndexFields, j[1].fields);
-    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}), j[2].fields);
-    EXPECT_EQ(1u, j[2].uiFlag);
+    EXPECT_EQ(Journal(), (std::vector<Write>{
+                             {kDel, VLANLUA_TBL_QINQ_MATCH_SEG, 1, kKeyFields},
+                             {kIns, VLANLUA_TBL_SEG_INDEX, 0, kSegIndexFields},
+                             {kIns, VLANLUA_TBL_QINQ_MATCH_SEG, 1, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}}}));
     EXPECT_EQ(1u, stNew.usCeBgn);    // the request itself carries the merged rectangle
     EXPECT_NE(0u, stNew.uiSegIndex);
 }
@@ -125,18 +129,9 @@ TEST_F(MatchWrites, CounterWritesListVrIdMainInterfaceAndCounter)
     stReq.uiQinQNum = 7;
     stReq.uiIsAdd = 0;
     ASSERT_EQ(0u, vlanLua_UpdataQinQIfSpec(&m_stLog, m_pObj, &stReq));
-    auto j = Journal();
-    ASSERT_EQ(3u, j.size());
-    const std::vector<uint32_t> all = {1, 2, 3}, key = {1, 2};
-    EXPECT_EQ(static_cast<uint32_t>(ECM_JOURNAL_INSERT), j[0].uiOp);
-    EXPECT_EQ(all, j[0].fields);
-    EXPECT_EQ(static_cast<uint32_t>(ECM_JOURNAL_SET), j[1].uiOp);
-    EXPECT_EQ(all, j[1].fields);
-    EXPECT_EQ(static_cast<uint32_t>(ECM_JOURNAL_DELETE), j[2].uiOp);
-    EXPECT_EQ(key, j[2].fields);
-    for (const auto &w : j) {
-        EXPECT_EQ(0u, w.uiFlag);
-    }
+    const uint32_t uiSpec = VLANLUA_TBL_QINQ_IF_SPEC;
+    EXPECT_EQ(Journal(), (std::vector<Write>{
+                             {kIns, uiSpec, 0, {1, 2, 3}}, {kSet, uiSpec, 0, {1, 2, 3}}, {kDel, uiSpec, 0, {1, 2}}}));
 }
 
 }  // namespace
