@@ -43,68 +43,56 @@ local function expect(code, text, what, ...)
   t.same(ask(...), { code, text }, what)
 end
 
-t.case("a VLAN of the stacking map counts only when argument 3 asks for it", function()
-  fresh()
-  db:insert(STACKMAP, { [5] = 300, [7] = VR })
-  db:insert(STACKMAP, { [5] = 301, [7] = OTHER_VR })
-  expect(0, EMPTY, "asked", 300, VR, 1, 0)
-  expect(1, EMPTY, "not asked", 300, VR, 0, 0)
-  expect(1, EMPTY, "other VR", 301, VR, 1, 0)
-end)
+-- Each group: what is stored, then checks {answer, VLAN, arg 3, arg 4, what}; all with the VR
+-- asked for and an empty message.
+local GROUPS = {
+  { "a VLAN of the stacking map counts only when argument 3 asks for it", function()
+      db:insert(STACKMAP, { [5] = 300, [7] = VR })
+      db:insert(STACKMAP, { [5] = 301, [7] = OTHER_VR })
+    end, { { 0, 300, 1, 0, "asked" }, { 1, 300, 0, 0, "not asked" }, { 1, 301, 1, 0, "other VR" } } },
+  { "a PVID of the VR counts even without a relation, whatever the negotiation", function()
+      port(11, 200, 1)
+      port(12, 201, 0, OTHER_VR)
+    end, { { 0, 200, 0, 0, "PVID" }, { 0, 200, 1, 1, "PVID, all asked" }, { 0, 200 + 65536, 0, 0, "low 16 bits" },
+           { 1, 201, 0, 0, "PVID of another VR" }, { 1, 199, 0, 0, "neighbour VLAN" } } },
+  { "a VLAN carried in either bitmap of a relation counts", function()
+      port(11, 1, 0)
+      port(12, 1, 0)
+      relation(11, { 100 }, {})
+      relation(12, {}, { 4094 })
+      relation(13, { 500 }, {}, OTHER_VR)
+    end, { { 0, 100, 0, 0, "first bitmap" }, { 0, 4094, 0, 0, "second bitmap" },
+           { 1, 500, 0, 0, "another VR's relation" }, { 1, 101, 0, 0, "carried by none" } } },
+  { "ports with negotiation on do not count", function()
+      port(11, 1, 1)
+      relation(11, { 100 }, {})
+    end, { { 1, 100, 0, 0, "only a negotiating port" } } },
+  { "a later port without negotiation counts", function()
+      port(11, 1, 1)
+      relation(11, { 100 }, {})
+      port(12, 1, 0)
+      relation(12, { 100 }, {})
+    end, { { 0, 100, 0, 0, "a later port counts" } } },
+  { "ports with protocol 37 do not count when argument 4 asks so", function()
+      port(11, 1, 0)
+      relation(11, { 100 }, {})
+      proto(11, 37, 0)
+      proto(11, 36, 0)
+    end, { { 1, 100, 0, 1, "checked" }, { 0, 100, 0, 0, "not checked" } } },
+  { "protocol 37 with another sub-code does not stop a port", function()
+      port(11, 1, 0)
+      relation(11, { 100 }, {})
+      proto(11, 37, 5)
+    end, { { 0, 100, 0, 1, "other sub-code" } } },
+}
 
-t.case("a PVID of the VR counts even without a relation", function()
-  fresh()
-  port(11, 200, 1)
-  port(12, 201, 0, OTHER_VR)
-  expect(0, EMPTY, "PVID", 200, VR, 0, 0)
-  expect(0, EMPTY, "PVID, negotiation does not matter", 200, VR, 1, 1)
-  expect(1, EMPTY, "PVID of another VR", 201, VR, 0, 0)
-  expect(1, EMPTY, "neighbour VLAN", 199, VR, 0, 0)
-end)
-
-t.case("a VLAN carried in either bitmap of a relation counts", function()
-  fresh()
-  port(11, 1, 0)
-  port(12, 1, 0)
-  relation(11, { 100 }, {})
-  relation(12, {}, { 4094 })
-  relation(13, { 500 }, {}, OTHER_VR)
-  expect(0, EMPTY, "first bitmap", 100, VR, 0, 0)
-  expect(0, EMPTY, "second bitmap", 4094, VR, 0, 0)
-  expect(1, EMPTY, "another VR's relation", 500, VR, 0, 0)
-  expect(1, EMPTY, "carried by none", 101, VR, 0, 0)
-end)
-
-t.case("ports with negotiation on do not count", function()
-  fresh()
-  port(11, 1, 1)
-  relation(11, { 100 }, {})
-  expect(1, EMPTY, "only a negotiating port", 100, VR, 0, 0)
-  port(12, 1, 0)
-  relation(12, { 100 }, {})
-  expect(0, EMPTY, "a later port counts", 100, VR, 0, 0)
-end)
-
-t.case("ports with protocol 37 do not count when argument 4 asks so", function()
-  fresh()
-  port(11, 1, 0)
-  relation(11, { 100 }, {})
-  proto(11, 37, 0)
-  proto(11, 36, 0)
-  expect(1, EMPTY, "checked", 100, VR, 0, 1)
-  expect(0, EMPTY, "not checked", 100, VR, 0, 0)
-  fresh()
-  port(11, 1, 0)
-  relation(11, { 100 }, {})
-  proto(11, 37, 5)
-  expect(0, EMPTY, "protocol 37 with another sub-code", 100, VR, 0, 1)
-end)
-
-t.case("a VLAN ID keeps its low 16 bits", function()
-  fresh()
-  port(11, 200, 0)
-  expect(0, EMPTY, "200 + 65536", 200 + 65536, VR, 0, 0)
-end)
+for _, g in ipairs(GROUPS) do
+  t.case(g[1], function()
+    fresh()
+    g[2]()
+    for _, c in ipairs(g[3]) do expect(c[1], EMPTY, c[5], c[2], VR, c[3], c[4]) end
+  end)
+end
 
 t.case("refused arguments answer 1 with the reason", function()
   fresh()
