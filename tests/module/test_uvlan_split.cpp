@@ -3,14 +3,19 @@
 #include <random>
 
 #include "uvlan_grid.h"
+#include "vlanlua_test_db.h"
 
 namespace {
 
-class UvlanGrid : public ::testing::Test {
+class UvlanGrid : public VlanLuaDbTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(env.bOk) << env.strError; }
-    void TearDown() override { EXPECT_EQ(env.Live(), 0u) << "blocks left after the set was destroyed"; }
-    UvlanEnv env;
+    void SetUp() override
+    {
+        VlanLuaDbTest::SetUp();
+        env = {&stLog, pObj};
+    }
+    VLANLUA_LOG_S stLog{};
+    VLANLUA_CTX_S env{};
 };
 
 using Rects = std::vector<Rect>;

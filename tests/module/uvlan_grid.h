@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "mox.h"
-#include "uvlan_test_env.h"
+#include "ecm_capi.h"
 #include "vlanlua_uservlan.h"
 
 struct Rect {
@@ -69,18 +69,18 @@ inline std::vector<Rect> ListOf(const VLANLUA_UVLAN_SVCSEG_S &head)
  * cut against one request. Everything is freed with the set. */
 class GridRun {
 public:
-    GridRun(UvlanEnv &env, const std::vector<Rect> &stored, const Rect &req) : m_env(env)
+    GridRun(VLANLUA_CTX_S &ctx, const std::vector<Rect> &stored, const Rect &req) : m_ctx(ctx)
     {
         m_req = MakeSeg(req, 0, false);
-        EXPECT_EQ(vlanLua_UVlanQinqSvcSetInit(&env.stCtx, &m_pstSet), 0u);
+        EXPECT_EQ(vlanLua_UVlanQinqSvcSetInit(&ctx, &m_pstSet), 0u);
         LoadStored(stored);
         m_pstSet->pstNewSvcSeg = &m_req;
     }
-    ~GridRun() { vlanLua_UVlanQinqSvcSetDestroy(&m_env.stCtx, m_pstSet); }
+    ~GridRun() { vlanLua_UVlanQinqSvcSetDestroy(&m_ctx, m_pstSet); }
 
     uint32_t Split()
     {
-        VLANLUA_CTX_S *ctx = &m_env.stCtx;
+        VLANLUA_CTX_S *ctx = &m_ctx;
         VLANLUA_UVLAN_SEGARRAY_S reqArray = {1, &m_req};
         uint32_t uiRet = vlanLua_UVlanQinqGetSplitPelist(ctx, m_pstSet, &m_req);
         if (uiRet == 0) {
@@ -98,8 +98,8 @@ public:
     }
     void Merge()
     {
-        vlanLua_UVlanQinqMergePeSameSegs(&m_env.stCtx, m_pstSet);
-        vlanLua_UVlanQinqMergeCeSameSegs(&m_env.stCtx, m_pstSet);
+        vlanLua_UVlanQinqMergePeSameSegs(&m_ctx, m_pstSet);
+        vlanLua_UVlanQinqMergeCeSameSegs(&m_ctx, m_pstSet);
     }
 
     std::vector<uint16_t> CutPoints() const
@@ -122,7 +122,7 @@ private:
             return;
         }
         uint32_t uiBytes = static_cast<uint32_t>(stored.size() * sizeof(VLANLUA_UVLAN_SVCSEG_S));
-        void *pHandle = ECM_CAPI_GetSimpleMemHandle(m_env.stCtx.pObj);
+        void *pHandle = ECM_CAPI_GetSimpleMemHandle(m_ctx.pObj);
         auto *segs = static_cast<VLANLUA_UVLAN_SVCSEG_S *>(MOX_Malloc_F(pHandle, 0, uiBytes, "grid", 1));
         auto *org = static_cast<VLANLUA_UVLAN_SVCSEG_S *>(MOX_Malloc_F(pHandle, 0, uiBytes, "grid", 2));
         for (size_t i = 0; i < stored.size(); i++) {
@@ -136,7 +136,7 @@ private:
         m_pstSet->stSvcSegsOrg = {static_cast<uint32_t>(stored.size()), org};
     }
 
-    UvlanEnv &m_env;
+    VLANLUA_CTX_S &m_ctx;
     VLANLUA_UVLAN_SVCSEG_S m_req;
     VLANLUA_UVLAN_SVCSET_S *m_pstSet = nullptr;
 };
