@@ -94,13 +94,6 @@ case("a request equal to the stored state writes nothing", function()
   t.eq(r.code, 0, "code"); t.eq(#db:journal(), 0, "writes")
 end)
 
-case("an empty service table keeps stored services and adds bare rows elsewhere", function()
-  local db = fresh()
-  U.set(7, 10, 20, 1, 5, {1, 3})
-  t.eq(U.set(7, 10, 20, 1, 10, {}).code, 0, "code")
-  t.eq(rowlist(db, 7), "PE[10-20]xCE[1-5] {1=3}; PE[10-20]xCE[6-10] {}", "rows")
-end)
-
 case("stored key words replace those of the request", function()
   local db = fresh()
   U.set(7, 10, 20, 1, 5, {1, 3}, {a = 1, b = 2})
@@ -126,14 +119,6 @@ case("removal of the middle of a segment stores the outer part again", function(
     "insert 08361119 [1,2,3,4,5,6,7,8,9,10,11,12,13] flag 1",
     "delete 08361118 [1,2] flag 1"}, "\n"), "writes")
   t.eq(j[3].fields[2], old.idx, "old row deleted after the new one is in")
-end)
-
-case("removal of a whole segment deletes its row and reports one row less", function()
-  local db = fresh()
-  U.set(7, 10, 29, 1, 5, {1, 3})
-  local r = U.set(7, 10, 29, 1, 5, {16, 2})
-  expect(r, 0, -1, "", nil, nil, "rows inserted minus deleted")
-  t.eq(rowlist(db, 7), "", "rows")
 end)
 
 case("removal reaching beyond the stored segments is refused without a write", function()
