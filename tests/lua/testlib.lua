@@ -110,6 +110,20 @@ function M.fresh(opts)
   return current
 end
 
+-- A 512-byte bitmap value as its VLAN ranges, e.g. "bitmap[1-16,18-4094]".
+local function ranges(bitmap)
+  local out, first = {}, nil
+  for v = 0, 4096 do
+    local on = v < 4096 and bitmap:byte((v >> 3) + 1) & (1 << (v & 7)) ~= 0
+    if on and not first then first = v end
+    if not on and first then
+      out[#out + 1] = first == v - 1 and tostring(first) or first .. "-" .. (v - 1)
+      first = nil
+    end
+  end
+  return "bitmap[" .. table.concat(out, ",") .. "]"
+end
+
 local function fieldlist(fields)
   local keys = {}
   for k in pairs(fields) do keys[#keys + 1] = k end
@@ -117,7 +131,8 @@ local function fieldlist(fields)
   local parts = {}
   for _, k in ipairs(keys) do
     local v = fields[k]
-    parts[#parts + 1] = k .. "=" .. (type(v) == "string" and string.format("%q", v) or tostring(v))
+    local text = type(v) ~= "string" and tostring(v) or #v == 512 and ranges(v) or string.format("%q", v)
+    parts[#parts + 1] = k .. "=" .. text
   end
   return table.concat(parts, " ")
 end
