@@ -9,7 +9,7 @@
 
 #include "cor/vlanlua_cor_match.h"
 #include "ecm_ctl.h"
-#include "mox_ctl.h"
+#include "vlanlua_test_db.h"
 
 namespace {
 
@@ -37,22 +37,18 @@ constexpr uint32_t kIns = ECM_JOURNAL_INSERT, kSet = ECM_JOURNAL_SET, kDel = ECM
 const std::vector<uint32_t> kSegIndexFields = {1, 2};
 const std::vector<uint32_t> kKeyFields = {2, 3};
 
-class MatchWrites : public ::testing::Test {
+class MatchWrites : public VlanLuaDbTest {
 protected:
     void SetUp() override
     {
-        char acErr[128] = {};
-        m_pObj = ECM_CTL_Open(nullptr, 3, 7, 0, acErr, sizeof(acErr));
-        ASSERT_NE(nullptr, m_pObj) << acErr;
+        VlanLuaDbTest::SetUp();
+        m_pObj = pObj;
         m_stCtx = {&m_stLog, m_pObj};
     }
     void TearDown() override
     {
-        MOX_STATS_S st = {};
-        MOX_GetStats(ECM_CTL_MemHandle(m_pObj), &st);
-        EXPECT_EQ(0u, st.ulLiveBlocks);
         EXPECT_EQ(0u, m_stLog.usUsedLen) << "the match paths write no message";
-        ECM_CTL_Close(m_pObj);
+        VlanLuaDbTest::TearDown();
     }
     std::vector<Write> Journal()
     {

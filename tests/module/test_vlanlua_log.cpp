@@ -50,15 +50,6 @@ TEST_F(LogAppend, EmptyBufferGetsNewlineThenMessage)
     ExpectIntact();
 }
 
-TEST_F(LogAppend, At700OnlyNewlineAndFirst65CharactersFit)
-{
-    FillTo(700);
-    VLANLUA_Write(&g.stLog, "%s", std::string(100, 'm').c_str());
-    EXPECT_EQ(g.stLog.usUsedLen, 766);
-    EXPECT_EQ(Text().substr(700), "\n" + std::string(65, 'm'));
-    ExpectIntact();
-}
-
 TEST_F(LogAppend, At765OnlyTheNewlineFitsAndAt766NothingChanges)
 {
     FillTo(765);
