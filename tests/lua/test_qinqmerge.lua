@@ -57,8 +57,9 @@ t.case("a rectangle between two stored ones fuses with both: deletes first, then
   t.no_leak(db)
 end)
 
-t.case("records of another VR ID, group or interface are not read", function()
-  for _, other in ipairs({ { vr = VR + 1 }, { group = 2 }, { ifx = IF + 1 } }) do
+-- (Other groups and interfaces are mixed by the random run below.)
+t.case("records of another VR ID are not read", function()
+  for _, other in ipairs({ { vr = VR + 1 } }) do
     local db = t.fresh()
     store(db, 900, 100, 100, 1, 10, other)
     t.same(t.pack(merge(args(100, 100, 11, 20))), { 0, 0 }, "result")

@@ -33,4 +33,17 @@ t.case("refused arguments answer 1 and the reason", function()
   refused("\nVLANLUA_Spt_UserVlanQinqExist: para is invalid.\n", q(20, 5, 30))
 end)
 
+t.case("a failing database call makes a check answer no, silently and without a leak", function()
+  local answers = {}
+  for n = 1, 3 do
+    c.db:fail_call(n)
+    local r = t.pack(d(10, 150, 1))
+    c.db:fail_call(0)
+    t.eq(r[2], "\0", "message with call " .. n .. " failing")
+    answers[#answers + 1] = r[1]
+    t.clean(c.db, "call " .. n)
+  end
+  t.check(table.concat(answers):find("1"), "no failing call made the check answer no: %s", table.concat(answers, ","))
+end)
+
 t.finish()

@@ -125,19 +125,4 @@ case("a failing database call reads as missing rows: success, walk order, no mes
   assert(shorter >= 3, "failed calls cost entries")
 end)
 
-case("a failing database call makes an existence check answer no", function()
-  local c = cfg()
-  local noes = 0
-  for n = 1, 3 do
-    c.db:fail_call(n)
-    local code, msg = F.lib.VLAN_spt_UserVlanDot1qExist(10, 11, 1)
-    c.db:fail_call(0)
-    assert(code == 0 or code == 1, "a result code")
-    eq(msg, "\0", "message")
-    if code == 1 then noes = noes + 1 end
-    eq(c.db:mem().live, 0, "live blocks")
-  end
-  assert(noes >= 1, "the failing query answers no")
-end)
-
 t.finish()
