@@ -57,12 +57,12 @@ end
 -- Each case: stored slices {key, slice, VLANs}, one call, and the writes it must make in order.
 local C, M = "create", "move"
 local CASES = {
-  { "control IDs 1 and 4094 fall in slice 0", {}, { C, 101, 1 }, { { "insert", { [1] = 101, [2] = 0, [3] = { 1 }, [4] = VR } } } },
-  { "", {}, { C, 102, 4094 }, { { "insert", { [1] = 102, [2] = 0, [3] = { 4094 }, [4] = VR } } } },
-  { "4095 and 8188 in slice 1, which gets the reserved VLANs 1 and 2", {}, { C, 103, 4095 },
+  { "control ID 1 falls in slice 0", {}, { C, 101, 1 }, { { "insert", { [1] = 101, [2] = 0, [3] = { 1 }, [4] = VR } } } },
+  { "control ID 4094 is the last of slice 0", {}, { C, 102, 4094 }, { { "insert", { [1] = 102, [2] = 0, [3] = { 4094 }, [4] = VR } } } },
+  { "control ID 4095 opens slice 1, which gets the reserved VLANs 1 and 2", {}, { C, 103, 4095 },
     { { "insert", { [1] = 103, [2] = 1, [3] = { 1, 2 }, [4] = VR } } } },
-  { "", {}, { C, 104, 8188 }, { { "insert", { [1] = 104, [2] = 1, [3] = { 1, 2, 4094 }, [4] = VR } } } },
-  { "8189 in slice 2", {}, { C, 105, 8189 }, { { "insert", { [1] = 105, [2] = 2, [3] = { 1 }, [4] = VR } } } },
+  { "control ID 8188 is the last of slice 1", {}, { C, 104, 8188 }, { { "insert", { [1] = 104, [2] = 1, [3] = { 1, 2, 4094 }, [4] = VR } } } },
+  { "control ID 8189 opens slice 2", {}, { C, 105, 8189 }, { { "insert", { [1] = 105, [2] = 2, [3] = { 1 }, [4] = VR } } } },
   { "marking in a stored slice 1 adds the reserved VLANs again", { { 9, 1, { 906 } } }, { C, 9, 5001 },
     { { "set", { [1] = 9, [2] = 1, [3] = { 1, 2, 906, 907 }, [5] = 0 } } } },
   { "marking in a stored slice 0", { { 9, 0, { 5 } } }, { C, 9, 6 },
