@@ -5,14 +5,6 @@
 #include <cstring>
 
 #include "ecm_capi.h"
-#include "sec_bound.h"
-
-VlanLuaFrame::VlanLuaFrame(void *pScriptState, std::nullptr_t) : pState(pScriptState)
-{
-    (void)memset_s(&stLog, sizeof(stLog), 0, sizeof(stLog));
-    stCtx.pstLog = &stLog;
-    stCtx.pObj = nullptr;
-}
 
 VlanLuaFrame::VlanLuaFrame(void *pScriptState) : VlanLuaFrame(pScriptState, nullptr)
 {
