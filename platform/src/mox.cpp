@@ -68,19 +68,6 @@ class LiveSet {
 public:
     LiveSet() : m_aulSlots(4096, 0) {}
 
-    bool Contains(const void *pMem) const
-    {
-        uintptr_t ulKey = Key(pMem);
-        for (size_t i = Home(ulKey);; i = Next(i)) {
-            if (m_aulSlots[i] == ulKey) {
-                return true;
-            }
-            if (m_aulSlots[i] == 0) {
-                return false;
-            }
-        }
-    }
-
     /* Throws std::bad_alloc when the table cannot grow; the set is then unchanged. */
     void Insert(const void *pMem)
     {
@@ -91,11 +78,15 @@ public:
         m_uiCount++;
     }
 
-    void Erase(const void *pMem)
+    /* False, and nothing changed, when the address is not in the set. */
+    bool Remove(const void *pMem)
     {
-        size_t i = Home(Key(pMem));
-        while (m_aulSlots[i] != Key(pMem)) {
-            i = Next(i);
+        uintptr_t ulKey = Key(pMem);
+        size_t i = Home(ulKey);
+        for (; m_aulSlots[i] != ulKey; i = Next(i)) {
+            if (m_aulSlots[i] == 0) {
+                return false;
+            }
         }
         m_aulSlots[i] = 0;
         for (size_t j = Next(i); m_aulSlots[j] != 0; j = Next(j)) {   /* close the gap */
@@ -107,6 +98,7 @@ public:
             }
         }
         m_uiCount--;
+        return true;
     }
 
     size_t Count() const { return m_uiCount; }
@@ -325,11 +317,10 @@ extern "C" void MOX_Free_F(void *pMem, const char *pcFile, uint32_t uiLine)
     }
     MoxRegistry &reg = Registry();
     RegistryGuard lock(reg.mtx);
-    if (!reg.live.Contains(pMem)) {     /* before any look at the bytes in front of it */
+    if (!reg.live.Remove(pMem)) {     /* before any look at the bytes in front of it */
         AbortOnBadFree(reg, pMem, pcFile, uiLine);
     }
     MoxBlock *pstBlock = BlockOf(pMem);
-    reg.live.Erase(pMem);
     Unlink(pstBlock);
     CreditFree(reg, *pstBlock);
     reg.astRecent[reg.uiRecentNext] = MoxFreed{pMem, pcFile, uiLine};
