@@ -31,12 +31,12 @@ extern "C" uint32_t VLANLUA_COR_PV_VlanInPortParse(void *pState, VLANLUA_CTX_S *
         return 1;
     }
     for (int32_t iPos = 1; iPos <= kPvArgNum; iPos++) {
-        const VlanLuaArgSpec &spec = kPvArgs[static_cast<size_t>(iPos - 1)];
+        const VlanLuaArgSpec &arg = kPvArgs[static_cast<size_t>(iPos - 1)];
         if (SYSDT_SPTI_IsNumber(pState, iPos) == 0) {
-            VLANLUA_Write(pstCtx->pstLog, "%s", spec.pcTypeMsg);
+            VLANLUA_Write(pstCtx->pstLog, "%s", arg.pcTypeMsg);
             return 1;
         }
-        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstReq) + spec.usOffset, spec.ucWidth,
+        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstReq) + arg.usOffset, arg.ucWidth,
                             SYSDT_SPTI_ToUInt(pState, iPos));
     }
     return 0;

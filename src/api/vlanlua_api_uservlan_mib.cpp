@@ -105,17 +105,17 @@ extern "C" uint32_t VLANLUA_Spt_UserVlanQinqExist(void *pState)
 extern "C" uint32_t VLAN_UserVlanMibQueryParse(void *pState, VLANLUA_UVLAN_MIBKEY_S *pstKey, VLANLUA_LOG_S *pstLog)
 {
     int32_t iPos = 1;
-    for (const VlanLuaArgSpec &spec : MIB_QUERY_ARGS) {
+    for (const VlanLuaArgSpec &arg : MIB_QUERY_ARGS) {
         bool bValid = SYSDT_SPTI_IsNumber(pState, iPos) != 0;
         uint32_t uiValue = bValid ? SYSDT_SPTI_ToUInt(pState, iPos) : 0;
         if (!bValid || (iPos == 1 && uiValue == 0xFFFFFFFFu)) {    /* all ones names no interface */
-            VLANLUA_Write(pstLog, "%s", spec.pcTypeMsg);
+            VLANLUA_Write(pstLog, "%s", arg.pcTypeMsg);
             SYSDT_SPTI_PushUInt(pState, 1);
             SYSDT_SPTI_PushNil(pState);
             SYSDT_SPTI_PushString(pState, pstLog->acText, pstLog->usUsedLen + 1u);
             return 1;
         }
-        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstKey) + spec.usOffset, spec.ucWidth, uiValue);
+        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstKey) + arg.usOffset, arg.ucWidth, uiValue);
         iPos++;
     }
     return 0;

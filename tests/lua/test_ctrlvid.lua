@@ -12,16 +12,7 @@ local create, move = lib.VLAN_spt_CrtCtrlVidBitMap, lib.VLAN_spt_UpdataCtrlVidBi
 local db = cfgdb.open(nil, { vr = VR, lr = 3, cdb = 0 })
 db:bind()
 
--- A bitmap value from a list of VLAN IDs.
-local function bm(ids)
-  local bytes = {}
-  for i = 1, 512 do bytes[i] = 0 end
-  for _, v in ipairs(ids) do
-    local i = (v >> 3) + 1
-    bytes[i] = bytes[i] | (1 << (v & 7))
-  end
-  return string.char(table.unpack(bytes))
-end
+local bm = t.bitmap
 
 -- VLANs 1..4094 except the listed ones.
 local function all_but(...)

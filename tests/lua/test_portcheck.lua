@@ -13,15 +13,7 @@ local EMPTY = "\0"          -- an empty message is pushed with its terminating z
 local db = cfgdb.open(nil, { vr = VR, lr = 3, cdb = 0 })
 db:bind()
 
-local function bm(ids)
-  local bytes = {}
-  for i = 1, 512 do bytes[i] = 0 end
-  for _, v in ipairs(ids) do
-    local i = (v >> 3) + 1
-    bytes[i] = bytes[i] | (1 << (v & 7))
-  end
-  return string.char(table.unpack(bytes))
-end
+local bm = t.bitmap
 
 local function fresh()
   for _, tid in ipairs({ STACKMAP, L2_PORT, PV_REL, IFM_PROTO }) do db:delete(tid) end

@@ -61,4 +61,15 @@ function M.clean(db, what)
   end
 end
 
+-- A 512-byte VLAN bitmap holding the given VLAN IDs, as the database stores it.
+function M.bitmap(ids)
+  local bytes = {}
+  for i = 1, 512 do bytes[i] = 0 end
+  for _, v in ipairs(ids) do
+    local i = (v >> 3) + 1
+    bytes[i] = bytes[i] | (1 << (v & 7))
+  end
+  return string.char(table.unpack(bytes))
+end
+
 return M
