@@ -117,10 +117,16 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TNUMBER) {
+    lua_State *L = AsLua(pState);
+    if (L == nullptr) {
         return 0;
     }
-    lua_State *L = AsLua(pState);
+    if (iPos <= 0 || iPos > kAlwaysAcceptable) {   /* most reads are of -1, just pushed */
+        iPos = AbsStackPos(L, iPos);
+    }
+    if (iPos == 0 || lua_type(L, iPos) != LUA_TNUMBER) {
+        return 0;
+    }
     int iIsInteger = 0;
     lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);  /* a number: no string conversion */
     if (iIsInteger != 0) {
