@@ -1,22 +1,24 @@
 /* Tagged memory of the platform stand-in: handles with their figures, a registry of live blocks,
  * leak reports and fault injection. Every block a handle hands out is in the registry until freed.
  *
- * The registry maps each live block's address to its handle, size and the file and line that
- * allocated it, so a free, which names no handle, still finds whom to charge. A free of an
- * address that is not in the registry is a fault of the caller and ends the process; a small
- * ring of the most recent frees tells a double free apart from a wild pointer in that message.
- * One mutex guards the registry and every handle's figures. */
+ * Each block carries a header in front of the caller's bytes: its handle, size, the file and line
+ * that allocated it, and the links of one list of all live blocks in
+ * allocation order (the leak report walks it). A free, which names no handle, finds whom to
+ * charge in that header. The registry's set of live addresses is consulted before any header is
+ * read: a free of an address not in it is a fault of the caller and ends the process, and a
+ * small ring of the most recent frees tells a double free apart from a wild pointer in that
+ * message. One lock guards the registry and every handle's figures. */
 #include "mox.h"
 #include "mox_ctl.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
-#include <mutex>
 #include <new>
 #include <string>
-#include <unordered_map>
+#include <thread>
 #include <vector>
-#include <algorithm>
 
 unsigned char g_aucMoxMemPt[16] = {0};
 
@@ -33,13 +35,26 @@ struct MoxHandle {
     uint32_t uiFailCountdown;   /* the allocation that reaches 0 fails; 0 = disarmed */
 };
 
-struct MoxBlock {
+/* In front of every block; a multiple of 16 bytes so the caller's bytes keep malloc's alignment. */
+struct alignas(16) MoxBlock {
+    MoxBlock *pstPrev;          /* neighbours in the list of live blocks, oldest first */
+    MoxBlock *pstNext;
     MoxHandle *pstHandle;       /* null once the handle was destroyed */
     uint64_t ulSize;
     const char *pcFile;
     uint32_t uiLine;
-    uint64_t ulSeq;             /* allocation order, for stable leak reports */
 };
+static_assert(sizeof(MoxBlock) % 16 == 0, "the caller's bytes stay 16-byte aligned");
+
+void *UserBytes(MoxBlock *pstBlock)
+{
+    return pstBlock + 1;
+}
+
+MoxBlock *BlockOf(void *pMem)
+{
+    return static_cast<MoxBlock *>(pMem) - 1;
+}
 
 struct MoxFreed {
     const void *pMem;
@@ -47,16 +62,105 @@ struct MoxFreed {
     uint32_t uiLine;
 };
 
+/* Open addressing with linear probing over a power-of-two table kept at most half full; a
+ * removal shifts the rest of its run back, so no tombstones build up. Zero marks a free slot. */
+class LiveSet {
+public:
+    LiveSet() : m_aulSlots(4096, 0) {}
+
+    /* Throws std::bad_alloc when the table cannot grow; the set is then unchanged. */
+    void Insert(const void *pMem)
+    {
+        if ((m_uiCount + 1) * 2 > m_aulSlots.size()) {
+            Grow();
+        }
+        Place(Key(pMem));
+        m_uiCount++;
+    }
+
+    /* False, and nothing changed, when the address is not in the set. */
+    bool Remove(const void *pMem)
+    {
+        uintptr_t ulKey = Key(pMem);
+        size_t i = Home(ulKey);
+        for (; m_aulSlots[i] != ulKey; i = Next(i)) {
+            if (m_aulSlots[i] == 0) {
+                return false;
+            }
+        }
+        m_aulSlots[i] = 0;
+        for (size_t j = Next(i); m_aulSlots[j] != 0; j = Next(j)) {   /* close the gap */
+            size_t uiHome = Home(m_aulSlots[j]);
+            if (((j - uiHome) & Mask()) >= ((j - i) & Mask())) {
+                m_aulSlots[i] = m_aulSlots[j];
+                m_aulSlots[j] = 0;
+                i = j;
+            }
+        }
+        m_uiCount--;
+        return true;
+    }
+
+    size_t Count() const { return m_uiCount; }
+
+private:
+    static uintptr_t Key(const void *pMem) { return reinterpret_cast<uintptr_t>(pMem); }
+    size_t Mask() const { return m_aulSlots.size() - 1; }
+    size_t Home(uintptr_t ulKey) const { return ((ulKey >> 4) * 0x9E3779B97F4A7C15ull >> 20) & Mask(); }
+    size_t Next(size_t i) const { return (i + 1) & Mask(); }
+
+    void Place(uintptr_t ulKey)
+    {
+        size_t i = Home(ulKey);
+        while (m_aulSlots[i] != 0) {
+            i = Next(i);
+        }
+        m_aulSlots[i] = ulKey;
+    }
+
+    void Grow()
+    {
+        std::vector<uintptr_t> aulOld(m_aulSlots.size() * 2, 0);
+        aulOld.swap(m_aulSlots);
+        for (uintptr_t ulKey : aulOld) {
+            if (ulKey != 0) {
+                Place(ulKey);
+            }
+        }
+    }
+
+    std::vector<uintptr_t> m_aulSlots;
+    size_t m_uiCount = 0;
+};
+
+/* Held for a few dozen instructions at a time: spinning, then yielding, beats a sleeping mutex. */
+class SpinLock {
+public:
+    void lock()
+    {
+        while (m_bHeld.exchange(true, std::memory_order_acquire)) {
+            while (m_bHeld.load(std::memory_order_relaxed)) {
+                std::this_thread::yield();
+            }
+        }
+    }
+    void unlock() { m_bHeld.store(false, std::memory_order_release); }
+
+private:
+    std::atomic<bool> m_bHeld{false};
+};
+
+using RegistryGuard = std::lock_guard<SpinLock>;
+
 struct MoxRegistry {
-    std::mutex mtx;
-    std::unordered_map<const void *, MoxBlock> blocks;
+    SpinLock mtx;
+    LiveSet live;
+    MoxBlock stList{&stList, &stList, nullptr, 0, nullptr, 0};   /* head of the live list */
     MoxFreed astRecent[kRecentFrees] = {};
     size_t uiRecentNext = 0;
-    uint64_t ulSeq = 0;
     uint64_t ulPeakAll = 0;
     uint64_t ulLiveBytesAll = 0;
     uint64_t ulTotalAll = 0;
-    MoxRegistry() { blocks.reserve(4096); }
 };
 
 std::atomic<uint64_t> g_ulAssertCount{0};
@@ -66,6 +170,20 @@ MoxRegistry &Registry()
 {
     static MoxRegistry *pstReg = new MoxRegistry();
     return *pstReg;
+}
+
+void LinkLast(MoxRegistry &reg, MoxBlock *pstBlock)
+{
+    pstBlock->pstPrev = reg.stList.pstPrev;
+    pstBlock->pstNext = &reg.stList;
+    reg.stList.pstPrev->pstNext = pstBlock;
+    reg.stList.pstPrev = pstBlock;
+}
+
+void Unlink(MoxBlock *pstBlock)
+{
+    pstBlock->pstPrev->pstNext = pstBlock->pstNext;
+    pstBlock->pstNext->pstPrev = pstBlock->pstPrev;
 }
 
 const char *SafeText(const char *pcText)
@@ -147,14 +265,14 @@ const MoxFreed *FindRecentFree(const MoxRegistry &reg, const void *pMem)
     AbortWith("free of an unknown pointer", pMem, pcFile, uiLine);
 }
 
-void PrintLeak(FILE *pstOut, const void *pMem, const MoxBlock &stBlock)
+void PrintLeak(FILE *pstOut, MoxBlock *pstBlock)
 {
     if (pstOut == nullptr) {
         return;
     }
-    std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", pMem,
-                 static_cast<unsigned long long>(stBlock.ulSize), SafeText(stBlock.pcFile), stBlock.uiLine,
-                 stBlock.pstHandle != nullptr ? stBlock.pstHandle->strName.c_str() : "destroyed");
+    std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", UserBytes(pstBlock),
+                 static_cast<unsigned long long>(pstBlock->ulSize), SafeText(pstBlock->pcFile), pstBlock->uiLine,
+                 pstBlock->pstHandle != nullptr ? pstBlock->pstHandle->strName.c_str() : "destroyed");
 }
 
 bool BelongsTo(const MoxBlock &stBlock, const MoxHandle *pstHandle)
@@ -172,22 +290,24 @@ extern "C" void *MOX_Malloc_F(void *pHandle, unsigned char ucPartition, uint32_t
     (void)ucPartition;  /* one pool serves every partition here */
     MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_Malloc_F");
     MoxRegistry &reg = Registry();
-    std::unique_lock<std::mutex> lock(reg.mtx);
+    RegistryGuard lock(reg.mtx);
     if (ConsumeInjectedFailure(pstHandle)) {
         return nullptr;
     }
-    void *pMem = std::malloc(uiSize == 0 ? 1 : uiSize);  /* a zero-size block is still unique */
-    if (pMem == nullptr) {
+    auto *pstBlock = static_cast<MoxBlock *>(std::malloc(sizeof(MoxBlock) + uiSize));  /* size 0: still unique */
+    if (pstBlock == nullptr) {
         return nullptr;
     }
     try {
-        reg.blocks.emplace(pMem, MoxBlock{pstHandle, uiSize, pcFile, uiLine, reg.ulSeq++});
+        reg.live.Insert(UserBytes(pstBlock));
     } catch (const std::bad_alloc &) {  /* no room to record the block: refuse it */
-        std::free(pMem);
+        std::free(pstBlock);
         return nullptr;
     }
+    *pstBlock = MoxBlock{nullptr, nullptr, pstHandle, uiSize, pcFile, uiLine};
+    LinkLast(reg, pstBlock);
     ChargeAlloc(reg, pstHandle, uiSize);
-    return pMem;
+    return UserBytes(pstBlock);
 }
 
 extern "C" void MOX_Free_F(void *pMem, const char *pcFile, uint32_t uiLine)
@@ -196,16 +316,16 @@ extern "C" void MOX_Free_F(void *pMem, const char *pcFile, uint32_t uiLine)
         return;  /* like free(): nothing to give back */
     }
     MoxRegistry &reg = Registry();
-    std::unique_lock<std::mutex> lock(reg.mtx);
-    auto it = reg.blocks.find(pMem);
-    if (it == reg.blocks.end()) {
+    RegistryGuard lock(reg.mtx);
+    if (!reg.live.Remove(pMem)) {     /* before any look at the bytes in front of it */
         AbortOnBadFree(reg, pMem, pcFile, uiLine);
     }
-    CreditFree(reg, it->second);
-    reg.blocks.erase(it);
+    MoxBlock *pstBlock = BlockOf(pMem);
+    Unlink(pstBlock);
+    CreditFree(reg, *pstBlock);
     reg.astRecent[reg.uiRecentNext] = MoxFreed{pMem, pcFile, uiLine};
     reg.uiRecentNext = (reg.uiRecentNext + 1) % kRecentFrees;
-    std::free(pMem);
+    std::free(pstBlock);
 }
 
 extern "C" void MOX_Assert(const char *pcFile, uint32_t uiLine, uint32_t uiCond)
@@ -241,11 +361,11 @@ extern "C" void MOX_HandleDestroy(void *pHandle)
     }
     MoxRegistry &reg = Registry();
     {
-        std::unique_lock<std::mutex> lock(reg.mtx);
-        if (pstHandle->stStats.ulLiveBlocks != 0) {
-            for (auto &entry : reg.blocks) {   /* its blocks stay valid, charged to no handle */
-                if (entry.second.pstHandle == pstHandle) {
-                    entry.second.pstHandle = nullptr;
+        RegistryGuard lock(reg.mtx);
+        if (pstHandle->stStats.ulLiveBlocks != 0) {   /* its blocks stay valid, charged to no handle */
+            for (MoxBlock *pstBlock = reg.stList.pstNext; pstBlock != &reg.stList; pstBlock = pstBlock->pstNext) {
+                if (pstBlock->pstHandle == pstHandle) {
+                    pstBlock->pstHandle = nullptr;
                 }
             }
         }
@@ -262,13 +382,13 @@ extern "C" void MOX_GetStats(void *pHandle, MOX_STATS_S *pstStats)
     }
     MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_GetStats");
     MoxRegistry &reg = Registry();
-    std::unique_lock<std::mutex> lock(reg.mtx);
+    RegistryGuard lock(reg.mtx);
     if (pstHandle != nullptr) {
         *pstStats = pstHandle->stStats;
         pstStats->ulAsserts = MOX_AssertCount() - pstHandle->ulAssertBase;
         return;
     }
-    *pstStats = MOX_STATS_S{reg.blocks.size(), reg.ulLiveBytesAll, reg.ulPeakAll, reg.ulTotalAll, MOX_AssertCount()};
+    *pstStats = MOX_STATS_S{reg.live.Count(), reg.ulLiveBytesAll, reg.ulPeakAll, reg.ulTotalAll, MOX_AssertCount()};
 }
 
 extern "C" void MOX_FailAlloc(void *pHandle, uint32_t uiNth)
@@ -277,7 +397,7 @@ extern "C" void MOX_FailAlloc(void *pHandle, uint32_t uiNth)
     if (pstHandle == nullptr) {
         return;
     }
-    std::unique_lock<std::mutex> lock(Registry().mtx);
+    RegistryGuard lock(Registry().mtx);
     pstHandle->uiFailCountdown = uiNth;
 }
 
@@ -286,21 +406,13 @@ extern "C" uint64_t MOX_LeakReport(void *pHandle, FILE *pstOut)
 {
     MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_LeakReport");
     MoxRegistry &reg = Registry();
-    std::unique_lock<std::mutex> lock(reg.mtx);  /* held while printing: handle names stay valid */
-    std::vector<std::pair<const void *, const MoxBlock *>> leaks;
-    try {
-        for (const auto &entry : reg.blocks) {
-            if (BelongsTo(entry.second, pstHandle)) {
-                leaks.emplace_back(entry.first, &entry.second);
-            }
+    RegistryGuard lock(reg.mtx);  /* held while printing: handle names stay valid */
+    uint64_t ulLeaks = 0;
+    for (MoxBlock *pstBlock = reg.stList.pstNext; pstBlock != &reg.stList; pstBlock = pstBlock->pstNext) {
+        if (BelongsTo(*pstBlock, pstHandle)) {
+            PrintLeak(pstOut, pstBlock);
+            ulLeaks++;
         }
-    } catch (const std::bad_alloc &) {
-        return 0;
     }
-    std::sort(leaks.begin(), leaks.end(),
-              [](const auto &a, const auto &b) { return a.second->ulSeq < b.second->ulSeq; });
-    for (const auto &leak : leaks) {
-        PrintLeak(pstOut, leak.first, *leak.second);
-    }
-    return leaks.size();
+    return ulLeaks;
 }

@@ -14,17 +14,35 @@ lua_State *AsLua(void *pState)
     return static_cast<lua_State *>(pState);
 }
 
-/* True for a position that names a value on the stack (1..top or -top..-1). */
-bool IsStackPos(lua_State *L, int32_t iPos)
+/* Lua guarantees LUA_MINSTACK slots above the base of every C frame (and of a fresh state) and
+ * never shrinks a frame, so positions 1..LUA_MINSTACK are always acceptable indices: lua_type
+ * answers LUA_TNONE past the top without a separate look at the top. */
+constexpr int kAlwaysAcceptable = LUA_MINSTACK;
+
+/* Positive position of a value on the stack, or 0 when iPos names none (0, or beyond the top). */
+int AbsStackPos(lua_State *L, int32_t iPos)
 {
     int iTop = lua_gettop(L);
-    return iPos != 0 && iPos <= iTop && iPos >= -iTop;
+    if (iPos < 0) {
+        return -iPos <= iTop ? iTop + 1 + iPos : 0;
+    }
+    return iPos <= iTop ? iPos : 0;
 }
 
-int TypeAt(void *pState, int32_t iPos)
+/* Out of line so that the common case below needs no frame of its own. */
+[[gnu::noinline]] int TypeAtAnyPos(lua_State *L, int32_t iPos)
+{
+    int iAbs = AbsStackPos(L, iPos);
+    return iAbs != 0 ? lua_type(L, iAbs) : LUA_TNONE;
+}
+
+inline int TypeAt(void *pState, int32_t iPos)
 {
     lua_State *L = AsLua(pState);
-    return (L != nullptr && IsStackPos(L, iPos)) ? lua_type(L, iPos) : LUA_TNONE;
+    if (L != nullptr && iPos > 0 && iPos <= kAlwaysAcceptable) {
+        return lua_type(L, iPos);
+    }
+    return L != nullptr ? TypeAtAnyPos(L, iPos) : LUA_TNONE;
 }
 
 /* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
@@ -38,10 +56,20 @@ uint32_t FloatToUInt(lua_Number dValue)
     return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
 }
 
-/* Raises a script error rather than writing past the stack when it cannot grow. */
-void ReserveSlots(lua_State *L, int iSlots)
+/* Makes room for one more value; raises a script error rather than writing past the stack
+ * when it cannot grow. Below LUA_MINSTACK values the room is guaranteed and costs one look. */
+[[gnu::noinline]] void GrowForOne(lua_State *L)
 {
-    luaL_checkstack(L, iSlots, "script stack overflow");
+    if (lua_checkstack(L, 1) == 0) {
+        luaL_error(L, "stack overflow (script stack overflow)");
+    }
+}
+
+inline void ReserveOne(lua_State *L)
+{
+    if (lua_gettop(L) >= kAlwaysAcceptable) {
+        GrowForOne(L);
+    }
 }
 
 /* Calls the script function stored as the closure's upvalue; its count names the results. */
@@ -89,14 +117,22 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TNUMBER) {
+    lua_State *L = AsLua(pState);
+    if (L == nullptr) {
         return 0;
     }
-    lua_State *L = AsLua(pState);
-    if (lua_isinteger(L, iPos)) {
-        return static_cast<uint32_t>(static_cast<lua_Unsigned>(lua_tointeger(L, iPos)));
+    if (iPos <= 0 || iPos > kAlwaysAcceptable) {   /* most reads are of -1, just pushed */
+        iPos = AbsStackPos(L, iPos);
     }
-    return FloatToUInt(lua_tonumber(L, iPos));
+    if (iPos == 0 || lua_type(L, iPos) != LUA_TNUMBER) {
+        return 0;
+    }
+    int iIsInteger = 0;
+    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);  /* a number: no string conversion */
+    if (iIsInteger != 0) {
+        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
+    }
+    return FloatToUInt(lua_tonumberx(L, iPos, nullptr));
 }
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
@@ -104,7 +140,7 @@ extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
     if (TypeAt(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
-    return lua_tostring(AsLua(pState), iPos);
+    return lua_tolstring(AsLua(pState), iPos, nullptr);
 }
 
 extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
@@ -135,7 +171,7 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
     }
     lua_State *L = AsLua(pState);
     int iTop = lua_gettop(L);
-    lua_pop(L, iCount < iTop ? iCount : iTop);
+    lua_settop(L, iCount < iTop ? iTop - iCount : 0);
 }
 
 /* ---- pushing and storing ---- */
@@ -143,14 +179,14 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     lua_State *L = AsLua(pState);
-    ReserveSlots(L, 1);
+    ReserveOne(L);
     lua_pushinteger(L, static_cast<lua_Integer>(uiValue));
 }
 
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
     lua_State *L = AsLua(pState);
-    ReserveSlots(L, 1);
+    ReserveOne(L);
     lua_pushinteger(L, static_cast<lua_Integer>(iValue));
 }
 
@@ -158,7 +194,7 @@ extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
 {
     lua_State *L = AsLua(pState);
-    ReserveSlots(L, 1);
+    ReserveOne(L);
     if (pcText == nullptr) {
         lua_pushnil(L);
         return;
@@ -169,14 +205,14 @@ extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     lua_State *L = AsLua(pState);
-    ReserveSlots(L, 1);
+    ReserveOne(L);
     lua_pushnil(L);
 }
 
 extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize)
 {
     lua_State *L = AsLua(pState);
-    ReserveSlots(L, 1);
+    ReserveOne(L);
     lua_createtable(L, iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
 }
 
@@ -199,7 +235,7 @@ extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_S
     while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
         iCount++;
     }
-    ReserveSlots(L, 3);
+    luaL_checkstack(L, 3, "script stack overflow");
     lua_createtable(L, 0, iCount);
     for (int i = 0; i < iCount; i++) {
         if (pstTable[i].pcName == nullptr || pstTable[i].pfFunc == nullptr) {

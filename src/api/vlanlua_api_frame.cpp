@@ -2,17 +2,10 @@
  * Uses only the platform's names. */
 #include "api/vlanlua_api_frame.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ecm_capi.h"
-#include "sec_bound.h"
-
-VlanLuaFrame::VlanLuaFrame(void *pScriptState, std::nullptr_t) : pState(pScriptState)
-{
-    (void)memset_s(&stLog, sizeof(stLog), 0, sizeof(stLog));
-    stCtx.pstLog = &stLog;
-    stCtx.pObj = nullptr;
-}
 
 VlanLuaFrame::VlanLuaFrame(void *pScriptState) : VlanLuaFrame(pScriptState, nullptr)
 {
@@ -60,10 +53,12 @@ uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> s
 uint32_t VlanLua_ReadTable(void *pState, int32_t iPos, std::span<uint32_t> out)
 {
     uint32_t uiNum = SYSDT_SPTI_ObjLen(pState, iPos);
-    for (uint32_t i = 1; i <= uiNum && i <= out.size(); i++) {
+    uint32_t *puiOut = out.data();
+    size_t uiRead = std::min<size_t>(uiNum, out.size());
+    for (uint32_t i = 1; i <= uiRead; i++) {
         SYSDT_SPTI_PushUInt(pState, i);
         SYSDT_SPTI_GetTable(pState, iPos);
-        out[i - 1] = SYSDT_SPTI_ToUInt(pState, -1);
+        puiOut[i - 1] = SYSDT_SPTI_ToUInt(pState, -1);
         SYSDT_SPTI_Pop(pState, 1);
     }
     return uiNum;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <span>
 
+#include "sec_bound.h"
 #include "sysdt_spti.h"
 #include "vlanlua_pub.h"
 
@@ -19,8 +20,14 @@ struct VlanLuaFrame {
 
     /* Clears the buffer, points the context at it and looks up the call's database object. */
     explicit VlanLuaFrame(void *pScriptState);
-    /* The same without a database object (script functions that use none). */
-    VlanLuaFrame(void *pScriptState, std::nullptr_t);
+    /* The same without a database object (script functions that use none). Inline: it is on
+     * the path of every call and is no more than the clear. */
+    VlanLuaFrame(void *pScriptState, std::nullptr_t) : pState(pScriptState)
+    {
+        (void)memset_s(&stLog, sizeof(stLog), 0, sizeof(stLog));
+        stCtx.pstLog = &stLog;
+        stCtx.pObj = nullptr;
+    }
     VlanLuaFrame(const VlanLuaFrame &) = delete;
     VlanLuaFrame &operator=(const VlanLuaFrame &) = delete;
 

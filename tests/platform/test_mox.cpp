@@ -126,6 +126,44 @@ TEST_F(TaggedMemory, BlocksOutliveTheirDestroyedHandle)
     EXPECT_EQ(Stats(nullptr).ulLiveBlocks, before.ulLiveBlocks - 1);
 }
 
+TEST_F(TaggedMemory, ManyBlocksFreedInScrambledOrderStayFindableAndReportedInOrder)
+{
+    constexpr uint32_t kBlocks = 9000;   // more than the registry holds before it first grows
+    std::vector<void *> blocks;
+    for (uint32_t i = 0; i < kBlocks; i++) {
+        blocks.push_back(Alloc(handle, (i * 37) % 301, i));   // scattered sizes scatter addresses
+    }
+    std::vector<bool> live(kBlocks, true);   // the model: which blocks are still held
+    for (uint32_t k = 0; k < kBlocks; k++) {
+        uint32_t i = static_cast<uint32_t>((k * 7919ull) % kBlocks);   // a fixed permutation
+        if (i % 3 != 0) {
+            MOX_Free_F(blocks[i], "free.c", i);
+            live[i] = false;
+        }
+    }
+    uint64_t ulCount = 0;
+    std::string strText = Report(handle, ulCount);
+    EXPECT_EQ(ulCount, static_cast<uint64_t>(std::count(live.begin(), live.end(), true)));
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, ulCount);
+    size_t uiAt = 0;
+    for (uint32_t i = 0; i < kBlocks; i += 3) {   // oldest first, each survivor once
+        std::string strLine = "allocated at alloc.c:" + std::to_string(i) + " ";
+        size_t uiFound = strText.find(strLine, uiAt);
+        ASSERT_NE(uiFound, std::string::npos) << "block " << i << " missing or out of order";
+        uiAt = uiFound + strLine.size();
+    }
+    for (uint32_t i = 0; i < kBlocks; i++) {   // reuse the freed addresses, then free all
+        if (!live[i]) {
+            blocks[i] = Alloc(handle, (i * 53) % 301, i);
+        }
+    }
+    for (uint32_t k = 0; k < kBlocks; k++) {
+        MOX_Free_F(blocks[(k * 4001ull) % kBlocks], "free.c", k);
+    }
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 0u);
+    EXPECT_EQ(Stats(handle).ulLiveBytes, 0u);
+}
+
 // ---- fault injection ----
 
 TEST_F(TaggedMemory, NthNextAllocationFailsOnceThenDisarms)
@@ -203,6 +241,14 @@ TEST_F(TaggedMemoryDeathTest, FreeOfAPointerNeverAllocatedAborts)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     static int iNotABlock;
     EXPECT_DEATH(MOX_Free_F(&iNotABlock, "wild.c", 12), "free of an unknown pointer .* at wild.c:12");
+}
+
+TEST_F(TaggedMemoryDeathTest, FreeOfAnAddressInsideALiveBlockAborts)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, 256));
+    EXPECT_DEATH(MOX_Free_F(pucBlock + 128, "inner.c", 5), "free of an unknown pointer .* at inner.c:5");
+    MOX_Free_F(pucBlock, "free.c", 1);
 }
 
 TEST_F(TaggedMemoryDeathTest, DoubleFreeAbortsNamingBothFrees)

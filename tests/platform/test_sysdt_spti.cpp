@@ -42,6 +42,16 @@ uint32_t PushNothing(void *)
     return 0;
 }
 
+/* Pushes as many values as it got arguments, then 1000 more, and answers them all. */
+uint32_t PushPastTheGuaranteedSlots(void *pState)
+{
+    int32_t iArgs = SYSDT_SPTI_GetTop(pState);
+    for (int32_t i = 0; i < iArgs + 1000; i++) {
+        SYSDT_SPTI_PushUInt(pState, static_cast<uint32_t>(i));
+    }
+    return static_cast<uint32_t>(iArgs + 1000);
+}
+
 uint32_t EchoArgCount(void *pState)
 {
     SYSDT_SPTI_PushInt(pState, SYSDT_SPTI_GetTop(pState));
@@ -89,6 +99,27 @@ TEST_F(ScriptStack, PositionsPastTheTopHoldNothing)
     EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, -2));
     EXPECT_EQ(SYSDT_SPTI_ToUInt(L, 0), 0u);
     EXPECT_EQ(SYSDT_SPTI_ToUInt(L, -1), 5u);
+}
+
+TEST_F(ScriptStack, TypesAreReadAlikeOnBothSidesOfTheGuaranteedSlots)
+{
+    constexpr int kValues = LUA_MINSTACK + 5;
+    for (int i = 1; i <= kValues; i++) {
+        if (i % 2 == 0) {
+            lua_pushinteger(L, i);
+        } else {
+            lua_pushstring(L, "s");
+        }
+    }
+    for (int i = 1; i <= kValues; i++) {
+        EXPECT_EQ(SYSDT_SPTI_IsNumber(L, i), i % 2 == 0) << "position " << i;
+        EXPECT_EQ(SYSDT_SPTI_IsString(L, i - kValues - 1), i % 2 != 0) << "position " << i - kValues - 1;
+    }
+    EXPECT_FALSE(SYSDT_SPTI_IsString(L, kValues + 1));
+    EXPECT_FALSE(SYSDT_SPTI_IsString(L, -kValues - 1));
+    lua_settop(L, 2);
+    EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, LUA_MINSTACK)) << "a slot that held a value before the pop";
+    EXPECT_FALSE(SYSDT_SPTI_IsString(L, LUA_MINSTACK + 1));
 }
 
 // ---- conversions to unsigned 32 bits ----
@@ -220,6 +251,15 @@ TEST_F(ScriptStack, RegisteredFunctionsReturnAsManyResultsAsTheyCount)
     EXPECT_TRUE(lua_toboolean(L, -1));
     Eval("testlib.args(1, 'x', nil, {})");
     EXPECT_EQ(lua_tointeger(L, -1), 4);
+}
+
+TEST_F(ScriptStack, ScriptFunctionsMayPushPastTheSlotsLuaGuarantees)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"many", PushPastTheGuaranteedSlots}, {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("(function() local t = {testlib.many(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19)}"
+         " return #t == 1019 and t[20] == 19 and t[1019] == 1018 end)()");
+    EXPECT_TRUE(lua_toboolean(L, -1));
 }
 
 TEST_F(ScriptStack, RegistrationTableNeedNotOutliveTheCall)
