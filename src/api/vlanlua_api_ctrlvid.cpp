@@ -38,9 +38,8 @@ extern "C" uint32_t VLANLUA_Spt_CrtOrUpdataCtrlVidBitMapParse(void *pState, VLAN
                                                              uint32_t uiMode)
 {
     uint32_t uiArgNum = uiMode == kModeCreate ? 3 : 4;
-    VlanLuaFrame args(pState, nullptr);                /* no message: the buffer is only a sink */
-    if (args.ArgCount() < static_cast<int32_t>(uiArgNum) ||
-        VlanLua_ReadArgs(args, std::span(kCtrlVidArgs).first(uiArgNum), pstReq) != 0) {
+    if (SYSDT_SPTI_GetTop(pState) < static_cast<int32_t>(uiArgNum) ||
+        VlanLua_ReadArgs(pState, nullptr, std::span(kCtrlVidArgs).first(uiArgNum), pstReq) != 0) {
         return 1;
     }
     if (pstReq->uiCtrlId == 0 || (uiMode != kModeCreate && pstReq->uiOldCtrlId == 0)) {

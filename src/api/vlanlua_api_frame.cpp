@@ -33,18 +33,18 @@ static uint32_t ReadArgValue(void *pState, int32_t iPos, VlanLuaArgKind eKind)
                                          : SYSDT_SPTI_ToUInt(pState, iPos);
 }
 
-uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> specs, void *pRecord)
+uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgSpec> specs, void *pRecord)
 {
     auto *pucRecord = static_cast<uint8_t *>(pRecord);
     int32_t iPos = 1;
-    for (const VlanLuaArgSpec &spec : specs) {
-        if (!ArgHasKind(frame.pState, iPos, spec.eKind)) {
-            if (spec.pcTypeMsg != nullptr) {
-                VLANLUA_Write(&frame.stLog, "%s", spec.pcTypeMsg);
+    for (const VlanLuaArgSpec &arg : specs) {
+        if (!ArgHasKind(pState, iPos, arg.eKind)) {
+            if (arg.pcTypeMsg != nullptr) {
+                VLANLUA_Write(pstLog, "%s", arg.pcTypeMsg);
             }
             return 1;
         }
-        VlanLua_StoreNarrow(pucRecord + spec.usOffset, spec.ucWidth, ReadArgValue(frame.pState, iPos, spec.eKind));
+        VlanLua_StoreNarrow(pucRecord + arg.usOffset, arg.ucWidth, ReadArgValue(pState, iPos, arg.eKind));
         iPos++;
     }
     return 0;

@@ -61,8 +61,13 @@ struct VlanLuaArgSpec {
 
 /* Checks and reads the arguments at positions 1..specs.size() in ascending order, each read
  * as soon as its type test passes. Returns 0, or 1 at the first argument of the wrong type
- * after appending that argument's message. The count is not tested here. */
-uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> specs, void *pRecord);
+ * after appending that argument's message (none with a null buffer). The count is not tested here. */
+uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgSpec> specs,
+                          void *pRecord);
+inline uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> specs, void *pRecord)
+{
+    return VlanLua_ReadArgs(frame.pState, &frame.stLog, specs, pRecord);
+}
 
 /* Reads elements 1..n of the table at iPos (n = its element count) into out[0..n-1] with
  * SYSDT_SPTI_ToUInt; the caller has checked that n fits. Returns n. */

@@ -30,16 +30,7 @@ extern "C" uint32_t VLANLUA_COR_PV_VlanInPortParse(void *pState, VLANLUA_CTX_S *
                       static_cast<uint32_t>(iArgNum));
         return 1;
     }
-    for (int32_t iPos = 1; iPos <= kPvArgNum; iPos++) {
-        const VlanLuaArgSpec &arg = kPvArgs[static_cast<size_t>(iPos - 1)];
-        if (SYSDT_SPTI_IsNumber(pState, iPos) == 0) {
-            VLANLUA_Write(pstCtx->pstLog, "%s", arg.pcTypeMsg);
-            return 1;
-        }
-        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstReq) + arg.usOffset, arg.ucWidth,
-                            SYSDT_SPTI_ToUInt(pState, iPos));
-    }
-    return 0;
+    return VlanLua_ReadArgs(pState, pstCtx->pstLog, kPvArgs, pstReq);
 }
 
 extern "C" uint32_t VLANLUA_Spt_CheckVlanUsdByPort(void *pState)
