@@ -44,20 +44,20 @@ std::string ReadSql(const void *pCtx)
         strSql += "1";
     }
     for (uint32_t i = 0; pstShape->cMode == 'S' && i < pstShape->uiSelNum; i++) {
-        strSql += std::string(i == 0 ? "" : ", ") + pstShape->apstSel[i]->pcName;
+        strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSel[i]->pcName);
     }
-    strSql += std::string(" FROM ") + pstShape->pstTable->pcName;
+    strSql.append(" FROM ").append(pstShape->pstTable->pcName);
     for (uint32_t i = 0; i < pstShape->uiCondNum; i++) {
-        strSql += std::string(i == 0 ? " WHERE " : " AND ") + pstShape->apstCond[i]->pcName +
-                  OpSql(pstShape->auiOp[i]) + std::to_string(i + 1);
+        strSql.append(i == 0 ? " WHERE " : " AND ").append(pstShape->apstCond[i]->pcName);
+        strSql.append(OpSql(pstShape->auiOp[i])).append(std::to_string(i + 1));
     }
     if (pstShape->cMode == 'E') {
-        return strSql + " LIMIT 1";
+        return strSql.append(" LIMIT 1");
     }
     if (pstShape->cMode == 'S') {
         strSql += " ORDER BY ";
         for (uint32_t i = 0; i < pstShape->uiSortNum; i++) {
-            strSql += std::string(pstShape->apstSort[i]->pcName) + ", ";
+            strSql.append(pstShape->apstSort[i]->pcName).append(", ");
         }
         strSql += "rowid";  /* ties in insertion order */
         if (pstShape->uiSortNum != 0) {  /* lets the sorter keep only the first records */
