@@ -56,6 +56,9 @@ std::string SchemaSql()
         const EcmIndexDef *pstIdx = Ecm_IndexAt(i);
         strSql += IndexSql(ECM_CTL_FindTable(pstIdx->uiTableId), pstIdx->aucFields, pstIdx->ucNum, false);
     }
+    for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
+        strSql += Ecm_SpatialSchemaSql(Ecm_SpatialAt(i));
+    }
     return strSql;
 }
 
@@ -170,6 +173,11 @@ extern "C" void *ECM_CAPI_GetObjExt(void *pState)
 extern "C" void ECM_CTL_FailCall(void *pObj, uint32_t uiNth)
 {
     static_cast<EcmDb *>(pObj)->uiFailCallIn = uiNth;
+}
+
+extern "C" void ECM_CTL_SpatialReads(void *pObj, int bOn)
+{
+    static_cast<EcmDb *>(pObj)->bPlainReads = (bOn == 0);
 }
 
 extern "C" void ECM_CTL_FailAlloc(void *pObj, uint32_t uiNth)
