@@ -261,7 +261,7 @@ TEST(SpatialFile, ReopenedFileAnswersOverlapsForOldAndNewRows)
     EXPECT_EQ(2u, Segs(pObj, 29));
     ECM_CTL_Close(pObj);
     for (const char *pcSuffix : {"", "-wal", "-shm"}) {
-        unlink((std::string(acPath) + pcSuffix).c_str());
+        unlink(std::string(acPath).append(pcSuffix).c_str());
     }
 }
 
