@@ -19,7 +19,7 @@ const char *FieldName(const ECM_CTL_TABLE_S *pstTable, uint8_t ucFieldNo)
     return ECM_CTL_FindField(pstTable, ucFieldNo)->pcName;
 }
 
-/* The box of a row as a list of expressions, its fields taken from sRow ("new." or ""). */
+/* The box of a row as a list of expressions, its fields read through pcRow ("new." or ""). */
 std::string BoxExprs(const EcmSpatialDef *pstDef, const ECM_CTL_TABLE_S *pstTable, const char *pcRow)
 {
     std::string strSql;
