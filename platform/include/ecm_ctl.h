@@ -108,6 +108,10 @@ uint32_t ECM_CTL_Count(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstW
                        uint64_t *pulCount);
 uint32_t ECM_CTL_Delete(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
                         uint64_t *pulDeleted);
+/* Reads whose conditions ask for rectangles overlapping a given one go through the table's spatial
+ * index when there is one (bOn != 0, the default), or through the plain table; the results are the
+ * same either way, which is what turning it off is for. */
+void ECM_CTL_SpatialReads(void *pObj, int bOn);
 /* Text of the last failure of a control operation on the object ("" when none). */
 const char *ECM_CTL_LastError(void *pObj);
 void *ECM_CTL_MemHandle(void *pObj);

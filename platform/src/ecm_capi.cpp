@@ -18,10 +18,11 @@ struct ReadShape {
     const ECM_CTL_FIELD_S *apstSel[ECM_SELECT_MAX];
     uint32_t uiSortNum;
     const ECM_CTL_FIELD_S *apstSort[ECM_SORT_MAX];
+    const EcmSpatialDef *pstSpatial;  /* the index that narrows the read, or null */
 };
 
-/* Enough for mode, table, 255 selected fields, 20 conditions and 8 sort fields. */
-constexpr size_t SHAPE_KEY_MAX = 1 + 4 + 1 + ECM_SELECT_MAX + 1 + 2 * ECM_COND_MAX + 1 + ECM_SORT_MAX;
+/* Enough for mode, table, 255 selected fields, 20 conditions, 8 sort fields and the path taken. */
+constexpr size_t SHAPE_KEY_MAX = 1 + 4 + 1 + ECM_SELECT_MAX + 1 + 2 * ECM_COND_MAX + 1 + ECM_SORT_MAX + 1;
 
 const char *OpSql(uint32_t uiOp)
 {
@@ -34,6 +35,11 @@ const char *OpSql(uint32_t uiOp)
     }
 }
 
+EcmSpatialShape SpatialShapeOf(const ReadShape *pstShape)
+{
+    return {pstShape->pstTable, pstShape->uiCondNum, pstShape->apstCond, pstShape->auiOp};
+}
+
 std::string ReadSql(const void *pCtx)
 {
     const ReadShape *pstShape = static_cast<const ReadShape *>(pCtx);
@@ -44,22 +50,28 @@ std::string ReadSql(const void *pCtx)
         strSql += "1";
     }
     for (uint32_t i = 0; pstShape->cMode == 'S' && i < pstShape->uiSelNum; i++) {
-        strSql += std::string(i == 0 ? "" : ", ") + pstShape->apstSel[i]->pcName;
+        strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSel[i]->pcName);
     }
-    strSql += std::string(" FROM ") + pstShape->pstTable->pcName;
+    const char *pcTable = pstShape->pstTable->pcName;
+    if (pstShape->pstSpatial != nullptr) {
+        strSql.append(Ecm_SpatialFrom(pstShape->pstSpatial, SpatialShapeOf(pstShape)));
+    } else {
+        strSql.append(" FROM ").append(pcTable);
+    }
     for (uint32_t i = 0; i < pstShape->uiCondNum; i++) {
-        strSql += std::string(i == 0 ? " WHERE " : " AND ") + pstShape->apstCond[i]->pcName +
-                  OpSql(pstShape->auiOp[i]) + std::to_string(i + 1);
+        bool bFirst = i == 0 && pstShape->pstSpatial == nullptr;
+        strSql.append(bFirst ? " WHERE " : " AND ").append(pstShape->apstCond[i]->pcName);
+        strSql.append(OpSql(pstShape->auiOp[i])).append(std::to_string(i + 1));
     }
     if (pstShape->cMode == 'E') {
-        return strSql + " LIMIT 1";
+        return strSql.append(" LIMIT 1");
     }
     if (pstShape->cMode == 'S') {
         strSql += " ORDER BY ";
         for (uint32_t i = 0; i < pstShape->uiSortNum; i++) {
-            strSql += std::string(pstShape->apstSort[i]->pcName) + ", ";
+            strSql.append(pstShape->apstSort[i]->pcName).append(", ");
         }
-        strSql += "rowid";  /* ties in insertion order */
+        strSql.append(pcTable).append(".rowid");  /* ties in insertion order */
         if (pstShape->uiSortNum != 0) {  /* lets the sorter keep only the first records */
             strSql.append(" LIMIT ?").append(std::to_string(pstShape->uiCondNum + 1));
         }
@@ -141,6 +153,8 @@ uint32_t PrepareRead(EcmDb *pstDb, uint32_t uiTableId, const ECM_COND_BLOCK_S *p
     if (uiRet != ECM_OK) {
         return uiRet;
     }
+    pstShape->pstSpatial = pstDb->bPlainReads ? nullptr : Ecm_SpatialFits(SpatialShapeOf(pstShape));
+    *pcKey++ = (pstShape->pstSpatial != nullptr) ? 'R' : 'P';
     sqlite3_stmt *pStmt = Ecm_Stmt(pstDb, std::string_view(acKey, static_cast<size_t>(pcKey - acKey)), ReadSql,
                                    pstShape);
     if (pStmt == nullptr) {

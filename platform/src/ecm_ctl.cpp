@@ -24,11 +24,13 @@ uint32_t CheckValue(EcmDb *pstDb, const ECM_CTL_FIELD_S *pstField, const ECM_CTL
 {
     if (ECM_CTL_IsByteType(pstField->ucType)) {
         if (pstVal->uiLen > pstField->usWidth || (pstVal->uiLen != 0 && pstVal->pucBytes == nullptr)) {
-            return Fail(pstDb, ECM_ERR_RANGE, std::string(pstField->pcName) + ": value longer than " +
-                                                  std::to_string(pstField->usWidth) + " bytes");
+            return Fail(pstDb, ECM_ERR_RANGE, std::string(pstField->pcName)
+                                                  .append(": value longer than ")
+                                                  .append(std::to_string(pstField->usWidth))
+                                                  .append(" bytes"));
         }
     } else if (pstField->usWidth < 8 && (pstVal->ulNum >> (8 * pstField->usWidth)) != 0) {
-        return Fail(pstDb, ECM_ERR_RANGE, std::string(pstField->pcName) + ": value out of range");
+        return Fail(pstDb, ECM_ERR_RANGE, std::string(pstField->pcName).append(": value out of range"));
     }
     return ECM_OK;
 }
@@ -42,12 +44,13 @@ uint32_t Convert(EcmDb *pstDb, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals,
     for (uint32_t i = 0; i < uiNum; i++) {
         const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstOut->pstTable, pstVals[i].uiFieldNo);
         if (pstField == nullptr) {
-            return Fail(pstDb, ECM_ERR_FIELD, std::string(pstOut->pstTable->pcName) + " has no field " +
-                                                  std::to_string(pstVals[i].uiFieldNo));
+            return Fail(pstDb, ECM_ERR_FIELD, std::string(pstOut->pstTable->pcName)
+                                                  .append(" has no field ")
+                                                  .append(std::to_string(pstVals[i].uiFieldNo)));
         }
         for (const EcmWriteVal &stSeen : pstOut->vecVals) {
             if (stSeen.pstField == pstField) {
-                return Fail(pstDb, ECM_ERR_FIELD, std::string(pstField->pcName) + " given twice");
+                return Fail(pstDb, ECM_ERR_FIELD, std::string(pstField->pcName).append(" given twice"));
             }
         }
         uint32_t uiRet = CheckValue(pstDb, pstField, &pstVals[i]);
@@ -82,18 +85,18 @@ std::string FilterSql(const void *pCtx)
     const ECM_CTL_TABLE_S *pstTable = pstShape->pstVals->pstTable;
     std::string strSql = (pstShape->cMode == 'X') ? "DELETE" : (pstShape->cMode == 'K') ? "SELECT count(*)" : "SELECT ";
     for (uint32_t i = 0; pstShape->cMode == 'R' && i < pstTable->uiFieldNum; i++) {
-        strSql += std::string(i == 0 ? "" : ", ") + pstTable->pstFields[i].pcName;
+        strSql.append(i == 0 ? "" : ", ").append(pstTable->pstFields[i].pcName);
     }
-    strSql += std::string(" FROM ") + pstTable->pcName;
+    strSql.append(" FROM ").append(pstTable->pcName);
     const std::vector<EcmWriteVal> &vecVals = pstShape->pstVals->vecVals;
     for (size_t i = 0; i < vecVals.size(); i++) {
-        strSql += std::string(i == 0 ? " WHERE " : " AND ") + vecVals[i].pstField->pcName + " = ?" +
-                  std::to_string(i + 1);
+        strSql.append(i == 0 ? " WHERE " : " AND ").append(vecVals[i].pstField->pcName);
+        strSql.append(" = ?").append(std::to_string(i + 1));
     }
     if (pstShape->cMode == 'R') {
         strSql += " ORDER BY ";
         for (uint32_t i = 0; i < pstTable->uiKeyNum; i++) {
-            strSql += std::string(ECM_CTL_FindField(pstTable, pstTable->aucKey[i])->pcName) + ", ";
+            strSql.append(ECM_CTL_FindField(pstTable, pstTable->aucKey[i])->pcName).append(", ");
         }
         strSql += "rowid";
     }

@@ -20,6 +20,32 @@ struct EcmIndexDef {
 };
 const EcmIndexDef *Ecm_IndexAt(uint32_t uiIndex);
 
+/* A spatial index of a table: per dimension the field of its low and of its high end, the same field
+ * twice for a single value. Lives in the companion table <table>_rt. */
+struct EcmSpatialDef {
+    uint32_t uiTableId;
+    uint8_t aucLow[3];
+    uint8_t aucHigh[3];
+    uint8_t ucDims;
+};
+const EcmSpatialDef *Ecm_SpatialAt(uint32_t uiIndex);
+const EcmSpatialDef *Ecm_SpatialOf(uint32_t uiTableId);
+
+/* The conditions of a read, as far as a spatial index cares. */
+struct EcmSpatialShape {
+    const ECM_CTL_TABLE_S *pstTable;
+    uint32_t uiCondNum;
+    const ECM_CTL_FIELD_S *const *apstCond;
+    const uint32_t *puiOp;
+};
+/* The companion table, its triggers, and its filling from rows stored before it existed. */
+std::string Ecm_SpatialSchemaSql(const EcmSpatialDef *pstDef);
+/* The table's spatial index when the conditions bound a pair by low <= ? and high >= ?; else null. */
+const EcmSpatialDef *Ecm_SpatialFits(const EcmSpatialShape &stShape);
+/* " FROM <boxes> CROSS JOIN <table> ... WHERE 1 AND <box constraints>", the constraints reusing the
+ * parameters ?1.. of the conditions; the conditions themselves are still to be added. */
+std::string Ecm_SpatialFrom(const EcmSpatialDef *pstDef, const EcmSpatialShape &stShape);
+
 struct EcmKeyHash {
     using is_transparent = void;
     size_t operator()(std::string_view sv) const { return std::hash<std::string_view>{}(sv); }
@@ -49,6 +75,7 @@ struct EcmDb {
     sqlite3_stmt *pLastStmt = nullptr;
     std::vector<EcmJournalEntry> vecJournal;
     std::string strLastError;
+    bool bPlainReads = false;       /* reads ignore the spatial indexes (to compare both paths) */
 };
 
 /* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds

@@ -104,6 +104,12 @@ const EcmIndexDef g_astIndexes[] = {
     {0x0836111Bu, {5, 1}, 2},     {0x0836117Fu, {5, 1}, 2},
 };
 
+/* Interface, PE range, CE range of the segment tables: their reads ask which stored rectangles of
+ * one interface overlap a given one. */
+const EcmSpatialDef g_astSpatial[] = {
+    {0x08361118u, {1, 7, 5}, {1, 8, 6}, 3},
+};
+
 }  // namespace
 
 extern "C" int ECM_CTL_IsByteType(uint32_t uiType)
@@ -144,4 +150,19 @@ extern "C" const ECM_CTL_TABLE_S *ECM_CTL_TableAt(uint32_t uiIndex)
 const EcmIndexDef *Ecm_IndexAt(uint32_t uiIndex)
 {
     return uiIndex < sizeof(g_astIndexes) / sizeof(g_astIndexes[0]) ? &g_astIndexes[uiIndex] : nullptr;
+}
+
+const EcmSpatialDef *Ecm_SpatialAt(uint32_t uiIndex)
+{
+    return uiIndex < sizeof(g_astSpatial) / sizeof(g_astSpatial[0]) ? &g_astSpatial[uiIndex] : nullptr;
+}
+
+const EcmSpatialDef *Ecm_SpatialOf(uint32_t uiTableId)
+{
+    for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
+        if (g_astSpatial[i].uiTableId == uiTableId) {
+            return &g_astSpatial[i];
+        }
+    }
+    return nullptr;
 }

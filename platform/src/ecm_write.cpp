@@ -39,27 +39,31 @@ std::string InsertSql(const void *pCtx)
     std::string strCols;
     std::string strParams;
     for (uint32_t i = 0; i < pstTable->uiFieldNum; i++) {
-        strCols += std::string(i == 0 ? "" : ", ") + pstTable->pstFields[i].pcName;
-        strParams += std::string(i == 0 ? "?" : ", ?") + std::to_string(i + 1);
+        strCols.append(i == 0 ? "" : ", ").append(pstTable->pstFields[i].pcName);
+        strParams.append(i == 0 ? "?" : ", ?").append(std::to_string(i + 1));
     }
-    return std::string("INSERT INTO ") + pstTable->pcName + "(" + strCols + ") VALUES(" + strParams + ")";
+    std::string strSql = "INSERT INTO ";
+    strSql.append(pstTable->pcName).append("(").append(strCols).append(") VALUES(").append(strParams);
+    return strSql.append(")");
 }
 
 std::string UpdateSql(const void *pCtx)
 {
     const WriteShape *pstShape = static_cast<const WriteShape *>(pCtx);
-    std::string strSql = std::string("UPDATE ") + pstShape->pstTable->pcName + " SET ";
+    std::string strSql = "UPDATE ";
+    strSql.append(pstShape->pstTable->pcName).append(" SET ");
     for (uint32_t i = 0; i < pstShape->uiSetNum; i++) {
         strSql.append(i == 0 ? "" : ", ").append(pstShape->apstSet[i]->pcName);
         strSql.append(" = ?").append(std::to_string(i + 1));
     }
-    return strSql + KeyWhere(pstShape->pstTable, pstShape->uiSetNum + 1);
+    return strSql.append(KeyWhere(pstShape->pstTable, pstShape->uiSetNum + 1));
 }
 
 std::string DeleteSql(const void *pCtx)
 {
     const ECM_CTL_TABLE_S *pstTable = static_cast<const ECM_CTL_TABLE_S *>(pCtx);
-    return std::string("DELETE FROM ") + pstTable->pcName + KeyWhere(pstTable, 1);
+    std::string strSql = "DELETE FROM ";
+    return strSql.append(pstTable->pcName).append(KeyWhere(pstTable, 1));
 }
 
 const uint8_t *FindVal(const EcmWriteVal *pstVals, uint32_t uiNum, uint32_t uiFieldNo)
@@ -178,11 +182,12 @@ std::string IndexBaseSql(const void *pCtx)
     std::string strSql = "SELECT max(coalesce((SELECT last FROM ecm_index_counter WHERE table_id = ?1), 0)";
     const ECM_CTL_FIELD_S *pstKey = ECM_CTL_FindField(pstTable, pstTable->aucKey[0]);
     if (pstTable->uiKeyNum == 1 && !ECM_CTL_IsByteType(pstKey->ucType)) {  /* never collide with a stored key */
-        strSql += std::string(", (SELECT coalesce(max(") + pstKey->pcName + "), 0) FROM " + pstTable->pcName + ")";
+        strSql.append(", (SELECT coalesce(max(").append(pstKey->pcName).append("), 0) FROM ");
+        strSql.append(pstTable->pcName).append(")");
     } else {
-        strSql += ", 0";
+        strSql.append(", 0");
     }
-    return strSql + ")";
+    return strSql.append(")");
 }
 
 std::string IndexStoreSql(const void *)

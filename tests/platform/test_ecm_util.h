@@ -29,7 +29,7 @@ constexpr uint32_t UVLAN_BASE_SVC = 0x08361119u;
 /* A record as the control side sees it: field number -> integer or bytes. */
 using Row = std::map<uint32_t, std::string>;
 
-inline std::string Num(uint64_t ulValue) { return "#" + std::to_string(ulValue); }
+inline std::string Num(uint64_t ulValue) { return std::string("#").append(std::to_string(ulValue)); }
 
 /* Conditions, selection and sort of one query, filled as a client fills them. */
 struct Query {

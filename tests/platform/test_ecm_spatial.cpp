@@ -1,0 +1,268 @@
+/* Overlap reads of the segment table through its spatial index: the same records, order, counts and
+ * limits as the plain table and as a brute-force filter, across writes, deletes and reopening a file. */
+#include <stdio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+#include "test_ecm_util.h"
+
+using namespace ecmtest;
+
+namespace {
+
+/* One stored segment as the model keeps it, in insertion order. */
+struct Seg {
+    uint32_t uiIf;
+    uint32_t uiSeg;
+    uint32_t uiVr;
+    uint16_t usPeBgn, usPeEnd, usCeBgn, usCeEnd;
+};
+
+/* The read of a segment query: one interface, PE and CE windows. */
+struct Window {
+    uint32_t uiIf;
+    uint16_t usPeLow, usPeHigh, usCeLow, usCeHigh;
+};
+
+bool Overlaps(const Seg &stSeg, const Window &stWin)
+{
+    return stSeg.uiIf == stWin.uiIf && stSeg.usPeEnd >= stWin.usPeLow && stSeg.usPeBgn <= stWin.usPeHigh &&
+           stSeg.usCeEnd >= stWin.usCeLow && stSeg.usCeBgn <= stWin.usCeHigh;
+}
+
+/* What the table should answer: matching segments by PE begin, CE begin, then insertion. */
+std::vector<uint32_t> Expected(const std::vector<Seg> &vecSegs, const Window &stWin, size_t ulLimit)
+{
+    std::vector<Seg> vecHit;
+    std::copy_if(vecSegs.begin(), vecSegs.end(), std::back_inserter(vecHit),
+                 [&](const Seg &s) { return Overlaps(s, stWin); });
+    std::stable_sort(vecHit.begin(), vecHit.end(), [](const Seg &a, const Seg &b) {
+        return a.usPeBgn != b.usPeBgn ? a.usPeBgn < b.usPeBgn : a.usCeBgn < b.usCeBgn;
+    });
+    std::vector<uint32_t> vecSegIdx;
+    for (size_t i = 0; i < vecHit.size() && i < ulLimit; i++) {
+        vecSegIdx.push_back(vecHit[i].uiSeg);
+    }
+    return vecSegIdx;
+}
+
+class SpatialRead : public EcmTest {
+protected:
+    void Insert(const Seg &stSeg)
+    {
+        Writes w;
+        w.U32(1, stSeg.uiIf).U32(2, stSeg.uiSeg).Vr(4, stSeg.uiVr);
+        w.U16(5, stSeg.usCeBgn).U16(6, stSeg.usCeEnd).U16(7, stSeg.usPeBgn).U16(8, stSeg.usPeEnd);
+        ASSERT_EQ(ECM_OK, ECM_CAPI_InsertRecord(pObj, UVLAN_QINQ_SEG, w.Data(), w.Num(), 0));
+        vecSegs.push_back(stSeg);
+    }
+    static Query WindowQuery(const Window &stWin)
+    {
+        Query q;
+        q.Where32(1, ECM_OP_EQ, stWin.uiIf).Where16(8, ECM_OP_GE, stWin.usPeLow);
+        q.Where16(7, ECM_OP_LE, stWin.usPeHigh).Where16(6, ECM_OP_GE, stWin.usCeLow);
+        q.Where16(5, ECM_OP_LE, stWin.usCeHigh);
+        return q;
+    }
+    std::vector<uint32_t> Read(const Window &stWin, uint16_t usLimit)
+    {
+        Query q = WindowQuery(stWin);
+        q.Select(2).Sort(7).Sort(5);
+        EXPECT_EQ(ECM_OK, q.Run(pObj, UVLAN_QINQ_SEG, 4, usLimit));
+        std::vector<uint32_t> vecSegIdx;
+        for (size_t i = 0; i < q.stResult.usRecNum; i++) {
+            vecSegIdx.push_back(q.U32At(i, 0));
+        }
+        return vecSegIdx;
+    }
+    uint32_t Count(const Window &stWin)
+    {
+        Query q = WindowQuery(stWin);
+        uint32_t uiCount = 0xFFFFFFFFu;
+        EXPECT_EQ(ECM_OK, ECM_CAPI_QueryCount(pObj, UVLAN_QINQ_SEG, &q.stWhere, 6, &uiCount));
+        return uiCount;
+    }
+    /* The probe for one PE/CE point on an interface or above, in one VR. */
+    uint32_t Probe(uint32_t uiIf, uint32_t uiVr, uint16_t usPe, uint16_t usCe)
+    {
+        Query q;
+        q.Where32(1, ECM_OP_GE, uiIf).Where32(4, ECM_OP_EQ, uiVr).Where16(7, ECM_OP_LE, usPe);
+        q.Where16(8, ECM_OP_GE, usPe).Where16(5, ECM_OP_LE, usCe).Where16(6, ECM_OP_GE, usCe);
+        uint32_t uiExist = 0xFFFFFFFFu;
+        EXPECT_EQ(ECM_OK, ECM_CAPI_QueryExist(pObj, UVLAN_QINQ_SEG, &q.stWhere, 6, &uiExist));
+        return uiExist;
+    }
+    bool ModelProbe(uint32_t uiIf, uint32_t uiVr, uint16_t usPe, uint16_t usCe) const
+    {
+        return std::any_of(vecSegs.begin(), vecSegs.end(), [&](const Seg &s) {
+            return s.uiIf >= uiIf && s.uiVr == uiVr && s.usPeBgn <= usPe && s.usPeEnd >= usPe &&
+                   s.usCeBgn <= usCe && s.usCeEnd >= usCe;
+        });
+    }
+    /* Both paths and the model agree on the window's records, limited and not, and its count. */
+    void ExpectSameAnswers(const Window &stWin, uint16_t usLimit)
+    {
+        std::vector<uint32_t> vecSpatial = Read(stWin, usLimit);
+        uint32_t uiSpatialCount = Count(stWin);
+        ECM_CTL_SpatialReads(pObj, 0);
+        std::vector<uint32_t> vecPlain = Read(stWin, usLimit);
+        uint32_t uiPlainCount = Count(stWin);
+        ECM_CTL_SpatialReads(pObj, 1);
+        std::vector<uint32_t> vecModel = Expected(vecSegs, stWin, usLimit);
+        EXPECT_EQ(vecModel, vecSpatial);
+        EXPECT_EQ(vecModel, vecPlain);
+        EXPECT_EQ(Expected(vecSegs, stWin, SIZE_MAX).size(), uiSpatialCount);
+        EXPECT_EQ(uiPlainCount, uiSpatialCount);
+    }
+    std::vector<Seg> vecSegs;
+};
+
+/* ---- Bounds ---- */
+
+TEST_F(SpatialRead, SegmentEndingOnTheWindowsLowBoundOrStartingOnItsHighBoundOverlaps)
+{
+    Insert({5, 1, 0, 10, 20, 30, 40});
+    EXPECT_EQ(std::vector<uint32_t>{1}, Read({5, 20, 25, 40, 45}, 10));  /* both ends on the low bounds */
+    EXPECT_EQ(std::vector<uint32_t>{1}, Read({5, 0, 10, 0, 30}, 10));   /* both begins on the high bounds */
+    EXPECT_TRUE(Read({5, 21, 25, 30, 40}, 10).empty());
+    EXPECT_TRUE(Read({5, 10, 20, 41, 50}, 10).empty());
+    EXPECT_TRUE(Read({5, 0, 9, 30, 40}, 10).empty());
+    EXPECT_TRUE(Read({5, 10, 20, 0, 29}, 10).empty());
+    EXPECT_TRUE(Read({6, 10, 20, 30, 40}, 10).empty());  /* same rectangle, other interface */
+}
+
+TEST_F(SpatialRead, ExtremeInterfacesAndVlansSurviveTheShiftIntoTheIndex)
+{
+    Insert({0xFFFFFFFFu, 1, 0, 0, 65535, 0, 65535});
+    Insert({0x80000000u, 2, 0, 65535, 65535, 0, 0});
+    Insert({0x7FFFFFFFu, 3, 0, 0, 0, 65535, 65535});
+    Insert({0, 4, 0, 0, 0, 0, 0});
+    ExpectSameAnswers({0xFFFFFFFFu, 65535, 65535, 65535, 65535}, 10);
+    ExpectSameAnswers({0x80000000u, 65535, 65535, 0, 0}, 10);
+    ExpectSameAnswers({0x7FFFFFFFu, 0, 0, 65535, 65535}, 10);
+    ExpectSameAnswers({0, 0, 0, 0, 0}, 10);
+    EXPECT_EQ(std::vector<uint32_t>{2}, Read({0x80000000u, 0, 65535, 0, 65535}, 10));
+    EXPECT_EQ(1u, Probe(0x80000000u, 0, 65535, 0));
+    EXPECT_EQ(1u, Probe(0xFFFFFFFFu, 0, 0, 65535));
+    EXPECT_EQ(1u, Probe(0x80000001u, 0, 0, 0));  /* interface 0xFFFFFFFF lies above and covers it */
+    EXPECT_EQ(0u, Probe(0x80000001u, 1, 0, 0));  /* but not in another VR */
+}
+
+/* A row stored with its ends the wrong way round matches no overlap on the plain table either, but
+ * must not be lost or break the index. */
+TEST_F(SpatialRead, ReversedRangesAreStoredAndAnsweredLikeThePlainTable)
+{
+    Insert({5, 1, 0, 20, 10, 5, 5});
+    Insert({5, 2, 0, 10, 20, 9, 1});
+    for (uint16_t usPe = 8; usPe <= 22; usPe++) {
+        ExpectSameAnswers({5, usPe, usPe, 0, 10}, 10);
+        ExpectSameAnswers({5, 0, usPe, 5, 5}, 10);
+    }
+}
+
+/* ---- Order and limit ---- */
+
+TEST_F(SpatialRead, TiesKeepInsertionOrderAndTheLimitKeepsTheFirstRecords)
+{
+    const uint16_t ausPe[] = {7, 3, 7, 3, 7, 5, 3};
+    for (uint32_t i = 0; i < 7; i++) {
+        Insert({5, 100 - i, 0, ausPe[i], 9, 4, 4});
+    }
+    EXPECT_EQ((std::vector<uint32_t>{99, 97, 94, 95, 100, 98, 96}), Read({5, 0, 9, 4, 4}, 7));
+    EXPECT_EQ((std::vector<uint32_t>{99, 97, 94}), Read({5, 0, 9, 4, 4}, 3));
+    EXPECT_EQ(7u, Count({5, 0, 9, 4, 4}));
+}
+
+/* ---- Writes keep the index in step ---- */
+
+TEST_F(SpatialRead, MovedAndDeletedSegmentsAreFoundOnlyWhereTheyNowAre)
+{
+    Insert({5, 1, 0, 10, 10, 10, 10});
+    Insert({5, 2, 0, 10, 10, 10, 10});
+    Writes w;
+    w.U32(1, 5).U32(2, 1).U16(7, 30).U16(8, 31);
+    ASSERT_EQ(ECM_OK, ECM_CAPI_SetRecord(pObj, UVLAN_QINQ_SEG, w.Data(), w.Num(), 0));
+    EXPECT_EQ(std::vector<uint32_t>{2}, Read({5, 10, 10, 10, 10}, 10));
+    EXPECT_EQ(std::vector<uint32_t>{1}, Read({5, 31, 40, 0, 10}, 10));
+    Writes k;
+    k.U32(1, 5).U32(2, 2);
+    ASSERT_EQ(ECM_OK, ECM_CAPI_DeleteRecord(pObj, UVLAN_QINQ_SEG, k.Data(), k.Num(), 0));
+    EXPECT_TRUE(Read({5, 10, 10, 10, 10}, 10).empty());
+    ECM_CTL_VAL_S stIf = {1, 0, 5, nullptr};
+    uint64_t ulDeleted = 0;
+    ASSERT_EQ(ECM_OK, ECM_CTL_Delete(pObj, UVLAN_QINQ_SEG, &stIf, 1, &ulDeleted));
+    EXPECT_TRUE(Read({5, 0, 65535, 0, 65535}, 10).empty());
+    EXPECT_EQ(0u, Probe(0, 0, 30, 10));
+}
+
+TEST_F(SpatialRead, RandomWindowsAndProbesAgreeWithThePlainTableAndABruteForceFilter)
+{
+    std::mt19937 rng(1234);
+    auto Pick = [&](uint32_t uiMax) { return static_cast<uint16_t>(rng() % (uiMax + 1)); };
+    uint32_t uiNextSeg = 1;
+    for (int iRound = 0; iRound < 6; iRound++) {
+        for (int i = 0; i < 60; i++) {
+            uint16_t usPe = Pick(30);
+            uint16_t usCe = Pick(30);
+            Insert({Pick(2) + 1u, uiNextSeg++, Pick(1), usPe, static_cast<uint16_t>(usPe + Pick(4)), usCe,
+                    static_cast<uint16_t>(usCe + Pick(4))});
+        }
+        for (int i = 0; i < 15 && !vecSegs.empty(); i++) {  /* deletes leave holes in the rowids */
+            size_t ulAt = rng() % vecSegs.size();
+            Writes k;
+            k.U32(1, vecSegs[ulAt].uiIf).U32(2, vecSegs[ulAt].uiSeg);
+            ASSERT_EQ(ECM_OK, ECM_CAPI_DeleteRecord(pObj, UVLAN_QINQ_SEG, k.Data(), k.Num(), 0));
+            vecSegs.erase(vecSegs.begin() + static_cast<long>(ulAt));
+        }
+        for (int i = 0; i < 25; i++) {
+            uint16_t usPe = Pick(36);
+            uint16_t usCe = Pick(36);
+            ExpectSameAnswers({Pick(3), usPe, static_cast<uint16_t>(usPe + Pick(6)), usCe,
+                               static_cast<uint16_t>(usCe + Pick(6))},
+                              static_cast<uint16_t>(1 + Pick(12)));
+            uint32_t uiIf = Pick(3);
+            uint32_t uiVr = Pick(1);
+            EXPECT_EQ(ModelProbe(uiIf, uiVr, usPe, usCe) ? 1u : 0u, Probe(uiIf, uiVr, usPe, usCe));
+        }
+    }
+}
+
+/* ---- Files ---- */
+
+TEST(SpatialFile, ReopenedFileAnswersOverlapsForOldAndNewRows)
+{
+    char acPath[] = "/tmp/ecm_spatial_XXXXXX";
+    int iFd = mkstemp(acPath);
+    ASSERT_GE(iFd, 0);
+    close(iFd);
+    unlink(acPath);
+    auto Segs = [](void *pObj, uint16_t usPe) {
+        Query q;
+        q.Where32(1, ECM_OP_EQ, 5).Where16(8, ECM_OP_GE, usPe).Where16(7, ECM_OP_LE, usPe);
+        q.Where16(6, ECM_OP_GE, 0).Where16(5, ECM_OP_LE, 100).Select(2).Sort(7).Sort(5);
+        EXPECT_EQ(ECM_OK, q.Run(pObj, UVLAN_QINQ_SEG, 4, 10));
+        return q.stResult.usRecNum == 1 ? q.U32At(0, 0) : 0u;
+    };
+    void *pObj = ECM_CTL_Open(acPath, 0, 0, 0, nullptr, 0);
+    ASSERT_NE(nullptr, pObj);
+    Put(pObj, UVLAN_QINQ_SEG, {{1, 5}, {2, 1}, {7, 10}, {8, 19}, {5, 1}, {6, 1}});
+    ECM_CTL_Close(pObj);
+    pObj = ECM_CTL_Open(acPath, 0, 0, 0, nullptr, 0);
+    ASSERT_NE(nullptr, pObj);
+    Put(pObj, UVLAN_QINQ_SEG, {{1, 5}, {2, 2}, {7, 20}, {8, 29}, {5, 1}, {6, 1}});
+    EXPECT_EQ(1u, Segs(pObj, 19));
+    EXPECT_EQ(2u, Segs(pObj, 20));
+    ECM_CTL_Close(pObj);
+    pObj = ECM_CTL_Open(acPath, 0, 0, 0, nullptr, 0);
+    ASSERT_NE(nullptr, pObj);
+    EXPECT_EQ(1u, Segs(pObj, 10));
+    EXPECT_EQ(2u, Segs(pObj, 29));
+    ECM_CTL_Close(pObj);
+    for (const char *pcSuffix : {"", "-wal", "-shm"}) {
+        unlink(std::string(acPath).append(pcSuffix).c_str());
+    }
+}
+
+}  // namespace
