@@ -6,7 +6,7 @@ bash scripts/setup.sh
 cmake -S . -B build-rel -DCMAKE_BUILD_TYPE=Release -DVLANLUA_TESTS=OFF >/dev/null
 cmake --build build-rel -j"$(nproc)" >/dev/null
 for b in build-rel/bench/*; do
-  [ -x "$b" ] || continue
+  [ -f "$b" ] && [ -x "$b" ] || continue
   echo "==== $(basename "$b")"
   "$b" "$@"
 done
