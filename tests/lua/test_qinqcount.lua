@@ -4,19 +4,19 @@ local t = require "testlib"
 local lib = require "libvlanluaext"
 
 local update = lib.VLAN_spt_UpdataQinQIfSpec
-local QINQ, SPEC, VR = t.QINQ, t.QINQ_IF_SPEC, t.VR
+local QINQ, IFCNT, VR = t.QINQ, t.QINQ_IF_SPEC, t.VR
 local MAIN = 0x4000
 
-local function counter(db, n) db:insert(SPEC, { [1] = VR, [2] = MAIN, [3] = n }) end
+local function counter(db, n) db:insert(IFCNT, { [1] = VR, [2] = MAIN, [3] = n }) end
 
 local function rect(db, seg, pe1, pe2, ce1, ce2, main, vr)
   db:insert(QINQ, { [2] = 0x4001, [3] = seg, [4] = pe1, [5] = pe2, [6] = ce1, [7] = ce2, [8] = 1,
     [9] = vr or VR, [10] = main or MAIN })
 end
 
-local function set_line(n) return t.w("set", SPEC, 0, { [1] = VR, [2] = MAIN, [3] = n }) end
-local function insert_line(n) return t.w("insert", SPEC, 0, { [1] = VR, [2] = MAIN, [3] = n }) end
-local delete_line = t.w("delete", SPEC, 0, { [1] = VR, [2] = MAIN })
+local function set_line(n) return t.w("set", IFCNT, 0, { [1] = VR, [2] = MAIN, [3] = n }) end
+local function insert_line(n) return t.w("insert", IFCNT, 0, { [1] = VR, [2] = MAIN, [3] = n }) end
+local delete_line = t.w("delete", IFCNT, 0, { [1] = VR, [2] = MAIN })
 
 -- Each case: the stored counter (nil: none), delta, add?, the new count and the one write.
 local UPDATES = {
