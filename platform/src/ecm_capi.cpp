@@ -286,19 +286,28 @@ uint32_t CheckWriteList(const ECM_CTL_TABLE_S *pstTable, const ECM_FIELDVAL_S *p
     return ECM_OK;
 }
 
+/* The entry check of a call on one table: counts the call (and fails it when a fault is armed),
+ * then finds the table's schema. */
+uint32_t EnterTableCall(EcmDb *pstDb, uint32_t uiTableId, const ECM_CTL_TABLE_S **ppstTable)
+{
+    uint32_t uiEnter = EnterCall(pstDb);
+    if (uiEnter != ECM_OK) {
+        return uiEnter;
+    }
+    *ppstTable = ECM_CTL_FindTable(uiTableId);
+    return (*ppstTable == nullptr) ? ECM_ERR_TABLE : ECM_OK;
+}
+
 enum WriteKind { WRITE_INSERT, WRITE_SET, WRITE_DELETE };
 
 uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields, uint32_t uiNum,
                uint32_t uiFlag)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    uint32_t uiEnter = EnterCall(pstDb);
+    const ECM_CTL_TABLE_S *pstTable = nullptr;
+    uint32_t uiEnter = EnterTableCall(pstDb, uiTableId, &pstTable);
     if (uiEnter != ECM_OK) {
         return uiEnter;
-    }
-    const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(uiTableId);
-    if (pstTable == nullptr) {
-        return ECM_ERR_TABLE;
     }
     if (eKind != WRITE_INSERT && pstTable->uiKeyNum == 0) {
         return ECM_ERR_KEY;  /* a table the module only reads has no record identity */
@@ -423,13 +432,10 @@ extern "C" uint32_t ECM_CAPI_DeleteRecord(void *pObj, uint32_t uiTableId, const 
 extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t uiCount, uint32_t *puiIndex)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    uint32_t uiEnter = EnterCall(pstDb);
+    const ECM_CTL_TABLE_S *pstTable = nullptr;
+    uint32_t uiEnter = EnterTableCall(pstDb, uiTableId, &pstTable);
     if (uiEnter != ECM_OK) {
         return uiEnter;
-    }
-    const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(uiTableId);
-    if (pstTable == nullptr) {
-        return ECM_ERR_TABLE;
     }
     if (uiCount == 0 || puiIndex == nullptr) {
         return ECM_ERR_PARAM;
