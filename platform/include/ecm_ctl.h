@@ -76,6 +76,14 @@ void ECM_CTL_Bind(void *pState, void *pObj);
 /* Makes ECM_CAPI_GetObjExt(pState) return null again. */
 void ECM_CTL_Unbind(void *pState);
 
+/* ---- Units of work ----
+ * Every script call's database work is one unit: it commits when the call returns, or not at all.
+ * ECM_CTL_UnitBegin opens an outer unit on the object that the calls' units join until
+ * ECM_CTL_UnitEnd commits it (bCommit != 0) or rolls it back. Set-up writes made meanwhile join it
+ * too. 0 on success. */
+uint32_t ECM_CTL_UnitBegin(void *pObj);
+uint32_t ECM_CTL_UnitEnd(void *pObj, int bCommit);
+
 /* ---- Fault injection ----
  * ECM_CTL_FailCall(n) makes the n-th next client call on the object fail with ECM_ERR_INJECTED
  * (1 = the next one); 0 disarms. Counted are the calls that take the object and can fail:

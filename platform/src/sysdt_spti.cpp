@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "ecm_unit.h"
+
 namespace {
 
 lua_State *AsLua(void *pState)
@@ -72,13 +74,20 @@ inline void ReserveOne(lua_State *L)
     }
 }
 
-/* Calls the script function stored as the closure's upvalue; its count names the results. */
+/* Calls the script function stored as the closure's upvalue; its count names the results. The
+ * database learns where the call begins and ends, so that the call's writes are one unit. */
 int CallScriptFunction(lua_State *L)
 {
     SYSDT_SPT_FUNC pfFunc;
     void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
     std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
+    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0) {
+        Ecm_CallEnter(L);
+    }
     uint32_t uiResults = pfFunc(L);
+    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {
+        return lua_error(L);
+    }
     int iTop = lua_gettop(L);
     return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
 }
