@@ -136,13 +136,10 @@ void PrintSegments(uint32_t uiIfIndex, const std::vector<CmdSegment> &vecSegs)
     }
 }
 
-bool WriteFile(const char *pcPath, const std::string &strText)
+bool WriteDrawing(FILE *pFile, uint32_t uiIfIndex, const std::vector<CmdSegment> &vecSegs)
 {
-    FILE *pFile = fopen(pcPath, "w");
-    if (pFile == nullptr) {
-        return false;
-    }
-    bool bOk = fwrite(strText.data(), 1, strText.size(), pFile) == strText.size();
+    std::string strSvg = Cmd_DrawSegments(uiIfIndex, vecSegs);
+    bool bOk = fwrite(strSvg.data(), 1, strSvg.size(), pFile) == strSvg.size();
     return fclose(pFile) == 0 && bOk;
 }
 
@@ -155,8 +152,14 @@ int Cmd_Show(void *pObj, uint32_t uiIfIndex, const char *pcSvg)
         fprintf(stderr, "vlanlua: cannot read the segments: %s\n", ECM_CTL_LastError(pObj));
         return CMD_EXIT_FAIL;
     }
+    /* Opened before anything is printed, so a drawing that cannot be written prints nothing. */
+    FILE *pSvg = pcSvg != nullptr ? fopen(pcSvg, "w") : nullptr;
+    if (pcSvg != nullptr && pSvg == nullptr) {
+        fprintf(stderr, "vlanlua: %s: cannot write the drawing\n", pcSvg);
+        return CMD_EXIT_FAIL;
+    }
     PrintSegments(uiIfIndex, vecSegs);
-    if (pcSvg != nullptr && !WriteFile(pcSvg, Cmd_DrawSegments(uiIfIndex, vecSegs))) {
+    if (pSvg != nullptr && !WriteDrawing(pSvg, uiIfIndex, vecSegs)) {
         fprintf(stderr, "vlanlua: %s: cannot write the drawing\n", pcSvg);
         return CMD_EXIT_FAIL;
     }
