@@ -88,7 +88,11 @@ std::string Cmd_WriteLine(const ECM_CTL_JOURNAL_S &stEntry)
         const ECM_CTL_VAL_S &stVal = stEntry.pstFields[i];
         const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstTable, stVal.uiFieldNo);
         strLine.append(" ");
-        strLine.append(pstField != nullptr ? pstField->pcName : "f" + std::to_string(stVal.uiFieldNo));
+        if (pstField != nullptr) {
+            strLine.append(pstField->pcName);
+        } else {
+            strLine.append("f").append(std::to_string(stVal.uiFieldNo));
+        }
         strLine.append("=");
         AppendValue(&strLine, pstField, stVal);
     }
