@@ -78,7 +78,29 @@ bool IsOption(const char *pcArg, const char *pcName)
     return strncmp(pcArg, pcName, ulLen) == 0 && (pcArg[ulLen] == '\0' || pcArg[ulLen] == '=');
 }
 
-/* One option at *piAt; 0 or a usage error status. */
+/* Keeps the value of one of the options that take a value; 0 or a usage error status. */
+int StoreValue(const char *pcName, const char *pcValue, CmdOpts *pstOpts)
+{
+    if (strcmp(pcName, "--db") == 0) {
+        pstOpts->pcDb = pcValue;
+        return 0;
+    }
+    if (strcmp(pcName, "--svg") == 0) {
+        pstOpts->pcSvg = pcValue;
+        return 0;
+    }
+    uint32_t *puiNumber = &pstOpts->uiIfIndex;
+    if (strcmp(pcName, "--vr") == 0) {
+        puiNumber = &pstOpts->uiVr;
+    } else if (strcmp(pcName, "--lr") == 0) {
+        puiNumber = &pstOpts->uiLr;
+    } else {
+        pstOpts->pcShow = pcValue;
+    }
+    return ParseU32(pcValue, puiNumber) ? 0 : UsageError("not a number in 0..4294967295: %s", pcValue);
+}
+
+/* One option at *piAt, moving *piAt past its value; 0 or a usage error status. */
 int ReadOption(int iArgc, char **ppcArgv, int *piAt, CmdOpts *pstOpts)
 {
     static const char *const apcValued[] = {"--db", "--vr", "--lr", "--show", "--svg"};
@@ -88,27 +110,11 @@ int ReadOption(int iArgc, char **ppcArgv, int *piAt, CmdOpts *pstOpts)
         return 0;
     }
     for (const char *pcName : apcValued) {
-        if (!IsOption(pcArg, pcName)) {
-            continue;
+        if (IsOption(pcArg, pcName)) {
+            const char *pcValue = OptionValue(iArgc, ppcArgv, piAt, pcName);
+            return (pcValue == nullptr || pcValue[0] == '\0') ? UsageError("%s needs a value", pcName)
+                                                              : StoreValue(pcName, pcValue, pstOpts);
         }
-        const char *pcValue = OptionValue(iArgc, ppcArgv, piAt, pcName);
-        if (pcValue == nullptr || pcValue[0] == '\0') {
-            return UsageError("%s needs a value", pcName);
-        }
-        if (strcmp(pcName, "--db") == 0) {
-            pstOpts->pcDb = pcValue;
-        } else if (strcmp(pcName, "--svg") == 0) {
-            pstOpts->pcSvg = pcValue;
-        } else {
-            uint32_t *puiTarget = strcmp(pcName, "--vr") == 0   ? &pstOpts->uiVr
-                                  : strcmp(pcName, "--lr") == 0 ? &pstOpts->uiLr
-                                                                : &pstOpts->uiIfIndex;
-            if (!ParseU32(pcValue, puiTarget)) {
-                return UsageError("not a number in 0..4294967295: %s", pcValue);
-            }
-            pstOpts->pcShow = (puiTarget == &pstOpts->uiIfIndex) ? pcValue : pstOpts->pcShow;
-        }
-        return 0;
     }
     return UsageError("unknown option %s", pcArg);
 }

@@ -12,10 +12,6 @@
 
 #include "vlanlua_cmd.h"
 
-#ifndef VLANLUA_INSTALL_CMOD_DIR
-#define VLANLUA_INSTALL_CMOD_DIR "../lib/lua"
-#endif
-
 namespace {
 
 /* The folder the running executable lives in. */
