@@ -158,7 +158,8 @@ int CheckCombination(const CmdOpts &stOpts)
     return 0;
 }
 
-/* The database must exist: a mistyped name would otherwise become a new, empty database. */
+/* The database must exist: a mistyped name would otherwise become a new, empty database. An empty
+ * file is a new database; a dry run on it runs in memory, since opening the file writes its schema. */
 void *OpenDatabase(const CmdOpts &stOpts)
 {
     struct stat stInfo;
@@ -166,8 +167,9 @@ void *OpenDatabase(const CmdOpts &stOpts)
         fprintf(stderr, "vlanlua: %s: no such database file\n", stOpts.pcDb);
         return nullptr;
     }
+    const char *pcPath = (stOpts.bDryRun && stInfo.st_size == 0) ? nullptr : stOpts.pcDb;
     char acErr[256];
-    void *pObj = ECM_CTL_Open(stOpts.pcDb, stOpts.uiLr, stOpts.uiVr, 0, acErr, sizeof(acErr));
+    void *pObj = ECM_CTL_Open(pcPath, stOpts.uiLr, stOpts.uiVr, 0, acErr, sizeof(acErr));
     if (pObj == nullptr) {
         fprintf(stderr, "vlanlua: %s: cannot open the database: %s\n", stOpts.pcDb, acErr);
     }

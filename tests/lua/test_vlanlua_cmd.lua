@@ -151,6 +151,11 @@ t.case("a dry run prints each write it would make and leaves the file byte for b
   t.check(status == 1 and err:find("dry run rolled back: .*changed my mind"), "failing dry run: %s %s", tostring(status), err)
   t.lines(lines(out), { "script output\t0\t0" }, "a failing dry run lists no writes")
   t.check(read(DB) == before, "the failing dry run changed the database file")
+  write(path("empty.db"), "")
+  write(path("mark.lua"), "assert(require('libvlanluaext').VLAN_spt_CrtCtrlVidBitMap(9, 5, 7) == 0)")
+  status, out = run("--db", path("empty.db"), "--dry-run", path("mark.lua"))
+  t.lines(lines(out), { "insert CTRL_VID_BITMAP f1_ctrl_key=9 f2_slice=0 f3_bitmap={5} f4_vrid=7" }, "new database")
+  t.check(status == 0 and read(path("empty.db")) == "", "a dry run on a new database wrote its file")
 end)
 
 -- The drawing's rectangles as "PE range/CE range", mapped back through the plane's own rectangle.
