@@ -1,13 +1,11 @@
 /* Runs one configuration script on a fresh engine state bound to the database object, the way the
  * stock interpreter runs a script file. Uses only Lua C API functions that every engine has. */
-#include <lauxlib.h>
-#include <lua.h>
-#include <lualib.h>
 #include <limits.h>
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <lua.hpp>     /* the engine's headers with C linkage, whichever engine it is */
 #include <string>
 
 #include "vlanlua_cmd.h"
