@@ -13,3 +13,13 @@ if [ ${#need[@]} -gt 0 ]; then
   $sudo_cmd apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq "${need[@]}" >/dev/null
 fi
+# luarocks builds the rockspec. It runs on an older Lua of its own; unless the machine chose
+# otherwise, a plain `luarocks make` installs for the engine the project builds for by default.
+sudo_cmd=$([ "$(id -u)" -ne 0 ] && echo sudo || true)
+if ! dpkg-query -W -f='${Status}' luarocks 2>/dev/null | grep -q "install ok installed"; then
+  $sudo_cmd apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo_cmd apt-get install -y -qq luarocks >/dev/null
+fi
+if [ ! -e /etc/luarocks/default-lua-version.lua ]; then
+  $sudo_cmd luarocks config --scope system lua_version 5.4 >/dev/null
+fi
