@@ -145,7 +145,9 @@ void ECM_CTL_SpatialReads(void *pObj, int bOn);
 const char *ECM_CTL_LastError(void *pObj);
 void *ECM_CTL_MemHandle(void *pObj);
 
-/* ---- Journal: the successful writes of the client calls, in call order ---- */
+/* ---- Journal: the successful writes of the client calls, in call order ----
+ * A script call whose unit is rolled back (it raised, or its commit failed) takes its entries out;
+ * ECM_CTL_UnitEnd leaves them, so a rolled-back outer unit still shows what it would have written. */
 
 #define ECM_JOURNAL_INSERT 1u
 #define ECM_JOURNAL_SET    2u

@@ -404,11 +404,14 @@ void WriteCurrentFile(const char *pcPath)
     ECM_CTL_Close(pObj);
 }
 
-/* A file as written before versions were recorded: no version, no relation. */
+/* A file as written before versions were recorded, and before segments had a spatial index: no
+ * version, no relation, no boxes. */
 void WriteVersionZeroFile(const char *pcPath)
 {
     WriteCurrentFile(pcPath);
-    Exec(pcPath, "DROP TRIGGER UVLAN_QINQ_SEG_owns; PRAGMA user_version = 0; PRAGMA application_id = 0;");
+    Exec(pcPath, "DROP TRIGGER UVLAN_QINQ_SEG_owns; DROP TABLE UVLAN_QINQ_SEG_rt; DROP TRIGGER UVLAN_QINQ_SEG_rt_ins;"
+                 "DROP TRIGGER UVLAN_QINQ_SEG_rt_upd; DROP TRIGGER UVLAN_QINQ_SEG_rt_del;"
+                 "PRAGMA user_version = 0; PRAGMA application_id = 0;");
 }
 
 TEST(SchemaVersion, AFileOfThePreviousVersionIsUpgradedWithItsRowsIntact)
@@ -420,6 +423,10 @@ TEST(SchemaVersion, AFileOfThePreviousVersionIsUpgradedWithItsRowsIntact)
     ASSERT_NE(nullptr, pObj) << acErr;
     EXPECT_EQ(1u, CountOf(pObj, UVLAN_QINQ_SEG, 9));
     EXPECT_EQ(2u, CountOf(pObj, UVLAN_BASE_SVC, 9));
+    Query q;  /* a read that goes through the boxes finds the row stored before them */
+    q.Where32(1, ECM_OP_EQ, 9).Where16(8, ECM_OP_GE, 1).Where16(7, ECM_OP_LE, 1).Select(2);
+    ASSERT_EQ(ECM_OK, q.Run(pObj, UVLAN_QINQ_SEG, 4, 2));
+    EXPECT_EQ(1u, q.stResult.usRecNum);
     ECM_CTL_VAL_S astKey[] = {{1, 0, 9, nullptr}, {2, 0, 77, nullptr}};
     uint64_t ulDeleted = 0;
     ASSERT_EQ(ECM_OK, ECM_CTL_Delete(pObj, UVLAN_QINQ_SEG, astKey, 2, &ulDeleted));
