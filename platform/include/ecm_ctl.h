@@ -68,7 +68,8 @@ const ECM_CTL_TABLE_S *ECM_CTL_TableAt(uint32_t uiIndex);
  * tagged-memory handle of its own. A file records the version of its schema: an older one is
  * upgraded in one transaction; a newer one, or an SQLite file that is not a configuration
  * database, is refused and left as it was. Returns null on failure, with a reason in pcErr.
- * Waits at most ECM_BUSY_TIMEOUT_DEFAULT ms for a database that others write. */
+ * Waits at most ECM_BUSY_TIMEOUT_DEFAULT ms for a database that others write. An object is used
+ * by one thread at a time; threads and processes share a file through objects of their own. */
 void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
                    size_t ulErrLen);
 /* The same with the busy timeout of the object: the longest wait, in ms, for the database while
