@@ -3,6 +3,7 @@
  * after the other; a call that cannot get the database answers its failure after the busy
  * timeout; the schema version of a file is upgraded, and newer or foreign files are refused. */
 #include <signal.h>
+#include <sys/resource.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -88,6 +89,16 @@ public:
         long long llValue = static_cast<long long>(lua_tointeger(L, -1));
         lua_pop(L, 1);
         return llValue;
+    }
+    /* The string the chunk returns ("" when it raised or returned none). */
+    std::string Str(const std::string &strCode)
+    {
+        if (!Run("return " + strCode)) {
+            return "";
+        }
+        std::string strValue = lua_isstring(L, -1) ? lua_tostring(L, -1) : "";
+        lua_pop(L, 1);
+        return strValue;
     }
     const std::string &Error() const { return m_strError; }
 private:
@@ -374,6 +385,59 @@ TEST(CallUnit, ACallThatCannotGetTheDatabaseInTimeAnswersItsFailureAndWritesNoth
     EXPECT_EQ(ECM_OK, ECM_CTL_UnitEnd(pHolder, 1));
     EXPECT_EQ(0, stHost.Int(SetCall(5, 2, 2, 2, 2, 1, 2))) << "once the holder is done the call goes through";
     ECM_CTL_Close(pHolder);
+}
+
+/* Child: a merge whose commit cannot write the log (no file may grow) must raise naming the
+ * database, leave the grid as it was and its journal empty; with room again it goes through.
+ * The reason of a failure, or "". */
+std::string CommitFailure(const char *pcPath)
+{
+    LuaHost stHost(pcPath, 1000);
+    if (!stHost.Run("db:transaction(function() for p = 1, 20 do for c = 1, 20 do set(7, p, p, c, c, "
+                    "{1, 1 + (p + c) % 2}) end end end); db:journal()")) {
+        return "grid: " + stHost.Error();
+    }
+    sqlite3 *pDb = nullptr;
+    sqlite3_open(pcPath, &pDb);
+    sqlite3_exec(pDb, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr);  /* the log starts empty */
+    sqlite3_close(pDb);
+    struct rlimit stOld;
+    getrlimit(RLIMIT_FSIZE, &stOld);
+    struct rlimit stNone = {0, stOld.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &stNone);
+    std::string strErr = stHost.Str("select(2, pcall(set, 7, 1, 20, 1, 20, {1, 9}))");
+    setrlimit(RLIMIT_FSIZE, &stOld);
+    if (strErr.find(pcPath) == std::string::npos || strErr.find("rolled back") == std::string::npos) {
+        return "the failed commit raised '" + strErr + "'";
+    }
+    if (stHost.Int("db:count(0x08361118)") != GRID * GRID || stHost.Int("#db:journal()") != 0) {
+        return "the failed call left rows or journal entries";
+    }
+    return stHost.Int(SetCall(7, 1, GRID, 1, GRID, 1, 9)) == 0 && stHost.Int("db:count(0x08361118)") == 1
+               ? ""
+               : "the call failed again with room on the disk";
+}
+
+TEST(CallUnit, ACommitThatFailsRollsTheCallBackAndRaisesNamingTheDatabase)
+{
+    TempDb stFile("ecm_commit");
+    int aiPipe[2];
+    ASSERT_EQ(0, pipe(aiPipe));
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {  /* the file size limit and its signal stay in the child */
+        std::string strWhy = CommitFailure(stFile.Path());
+        _exit(write(aiPipe[1], strWhy.data(), strWhy.size()) < 0 ? 2 : 0);
+    }
+    close(aiPipe[1]);
+    char acWhy[512] = {0};
+    ssize_t lLen = read(aiPipe[0], acWhy, sizeof(acWhy) - 1);
+    close(aiPipe[0]);
+    int iStatus = 0;
+    waitpid(pid, &iStatus, 0);
+    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0);
+    EXPECT_EQ(0, lLen) << acWhy;
 }
 
 /* ---- Schema versions ---- */
