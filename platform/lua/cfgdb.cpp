@@ -294,9 +294,9 @@ int DbJournal(lua_State *L)
 /* ---- Units of work from a script ---- */
 
 /* Runs fn(...) (arguments 2..) inside an outer unit of the database and ends the unit: commits
- * when bCommit and fn returned, else rolls back, and then takes the rolled-back writes out of the
- * journal unless they are what a dry run answers. fn's results stay on the stack above the
- * database; fn's error is raised again. */
+ * when bCommit and fn returned, else rolls back. fn's results stay on the stack above the
+ * database. When fn raises or the commit fails, the writes leave the journal and the error is
+ * raised; a dry run takes its entries out itself. */
 int RunInUnit(lua_State *L, bool bCommit, uint32_t *puiJournal)
 {
     void *pObj = CheckDb(L);

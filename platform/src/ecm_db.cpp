@@ -1,4 +1,4 @@
-/* Lifetime of a database object: opening the SQLite storage with the schema's tables and indexes,
+/* Lifetime of a database object: opening the SQLite storage (its schema: ecm_version.cpp),
  * the statement cache, binding to a script state, and value conversion. Uses only SQLite and Lua's C API. */
 #include <lua.h>
 #include <stdio.h>
