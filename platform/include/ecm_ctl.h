@@ -34,6 +34,7 @@ extern "C" {
 #define ECM_ERR_RANGE     0x109u  /* value too large for its field, or index numbers exhausted */
 #define ECM_ERR_SQL       0x10Au  /* the storage failed */
 #define ECM_ERR_INJECTED  0x10Bu  /* failure made on purpose by ECM_CTL_FailCall */
+#define ECM_ERR_BUSY      0x10Cu  /* another writer held the database past the busy timeout */
 
 /* ---- Schema: one description per table, written once as data ---- */
 
@@ -62,11 +63,22 @@ const ECM_CTL_TABLE_S *ECM_CTL_TableAt(uint32_t uiIndex);
 
 /* ---- Lifetime and binding ---- */
 
-/* Opens a database object over an SQLite file (created when missing, WAL mode, every write
- * durable on return) or, for a null path, over a private in-memory database. The object owns a
- * tagged-memory handle of its own. Returns null on failure, with a reason in pcErr. */
+/* Opens a database object over an SQLite file (created when missing, WAL mode, every unit
+ * durable when it ends) or, for a null path, over a private in-memory database. The object owns a
+ * tagged-memory handle of its own. A file records the version of its schema: an older one is
+ * upgraded in one transaction; a newer one, or an SQLite file that is not a configuration
+ * database, is refused and left as it was. Returns null on failure, with a reason in pcErr.
+ * Waits at most ECM_BUSY_TIMEOUT_DEFAULT ms for a database that others write. An object is used
+ * by one thread at a time; threads and processes share a file through objects of their own. */
 void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
                    size_t ulErrLen);
+/* The same with the busy timeout of the object: the longest wait, in ms, for the database while
+ * another connection writes it, here and in every unit of work on the object. */
+void *ECM_CTL_OpenEx(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId,
+                     uint32_t uiBusyTimeoutMs, char *pcErr, size_t ulErrLen);
+#define ECM_BUSY_TIMEOUT_DEFAULT 5000u
+/* The schema version that this build writes (PRAGMA user_version of a file). */
+#define ECM_SCHEMA_VERSION 1u
 /* Unbinds the object from the state it is bound to, closes the storage and destroys the
  * memory handle (live blocks stay valid for the leak report). Null does nothing. */
 void ECM_CTL_Close(void *pObj);
@@ -78,11 +90,21 @@ void ECM_CTL_Unbind(void *pState);
 
 /* ---- Units of work ----
  * Every script call's database work is one unit: it commits when the call returns, or not at all.
+ * The unit opens at the call's first client operation on its object and holds the write lock
+ * until the call returns, so calls from other connections (processes, threads) run as if one
+ * after the other; reads outside units never wait. A call that cannot get the lock within the
+ * busy timeout gets ECM_ERR_BUSY from that operation and from every later one of the call. A
+ * commit that fails rolls the call's work back and raises a script error naming the database.
+ * Client operations made outside a script call stand alone, each its own transaction.
  * ECM_CTL_UnitBegin opens an outer unit on the object that the calls' units join until
- * ECM_CTL_UnitEnd commits it (bCommit != 0) or rolls it back. Set-up writes made meanwhile join it
- * too. 0 on success. */
+ * ECM_CTL_UnitEnd commits it (bCommit != 0) or rolls it back; outer units nest. Set-up writes
+ * made meanwhile join it too. Neither touches the journal. 0 on success, ECM_ERR_BUSY when the
+ * lock was not had in time. */
 uint32_t ECM_CTL_UnitBegin(void *pObj);
 uint32_t ECM_CTL_UnitEnd(void *pObj, int bCommit);
+/* Whether script calls open units on the object (default on). Off, each client operation stands
+ * alone as it did before units existed; for measuring what units cost. */
+void ECM_CTL_CallUnits(void *pObj, int bOn);
 
 /* ---- Fault injection ----
  * ECM_CTL_FailCall(n) makes the n-th next client call on the object fail with ECM_ERR_INJECTED
@@ -124,7 +146,9 @@ void ECM_CTL_SpatialReads(void *pObj, int bOn);
 const char *ECM_CTL_LastError(void *pObj);
 void *ECM_CTL_MemHandle(void *pObj);
 
-/* ---- Journal: the successful writes of the client calls, in call order ---- */
+/* ---- Journal: the successful writes of the client calls, in call order ----
+ * A script call whose unit is rolled back (it raised, or its commit failed) takes its entries out;
+ * ECM_CTL_UnitEnd leaves them, so a rolled-back outer unit still shows what it would have written. */
 
 #define ECM_JOURNAL_INSERT 1u
 #define ECM_JOURNAL_SET    2u
@@ -143,6 +167,8 @@ uint32_t ECM_CTL_JournalCount(void *pObj);
 /* Entry uiIndex, valid until the journal is cleared or the object closed; 0 when it exists. */
 uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOURNAL_S *pstEntry);
 void ECM_CTL_JournalClear(void *pObj);
+/* Drops the entries from uiKeep on (writes rolled back with their unit); the first uiKeep stay. */
+void ECM_CTL_JournalTruncate(void *pObj, uint32_t uiKeep);
 
 #ifdef __cplusplus
 }

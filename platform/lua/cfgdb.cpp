@@ -264,13 +264,13 @@ int DbMem(lua_State *L)
     return 1;
 }
 
-int DbJournal(lua_State *L)
+/* Pushes the journal entries from uiFirst on as a list and takes them out of the journal. */
+void PushJournal(lua_State *L, void *pObj, uint32_t uiFirst)
 {
     static const char *const apcOps[] = {"?", "insert", "set", "delete"};
-    void *pObj = CheckDb(L);
     uint32_t uiNum = ECM_CTL_JournalCount(pObj);
-    lua_createtable(L, static_cast<int>(uiNum), 0);
-    for (uint32_t i = 0; i < uiNum; i++) {
+    lua_createtable(L, static_cast<int>(uiNum > uiFirst ? uiNum - uiFirst : 0), 0);
+    for (uint32_t i = uiFirst; i < uiNum; i++) {
         ECM_CTL_JOURNAL_S stEntry;
         ECM_CTL_JournalGet(pObj, i, &stEntry);
         lua_createtable(L, 0, 4);
@@ -280,9 +280,57 @@ int DbJournal(lua_State *L)
         SetInt(L, "flag", stEntry.uiFlag);
         PushFields(L, ECM_CTL_FindTable(stEntry.uiTableId), stEntry.pstFields, stEntry.uiFieldNum);
         lua_setfield(L, -2, "fields");
-        lua_rawseti(L, -2, static_cast<lua_Integer>(i) + 1);
+        lua_rawseti(L, -2, static_cast<int>(i - uiFirst) + 1);
     }
-    ECM_CTL_JournalClear(pObj);
+    ECM_CTL_JournalTruncate(pObj, uiFirst);
+}
+
+int DbJournal(lua_State *L)
+{
+    PushJournal(L, CheckDb(L), 0);
+    return 1;
+}
+
+/* ---- Units of work from a script ---- */
+
+/* Runs fn(...) (arguments 2..) inside an outer unit of the database and ends the unit: commits
+ * when bCommit and fn returned, else rolls back. fn's results stay on the stack above the
+ * database. When fn raises or the commit fails, the writes leave the journal and the error is
+ * raised; a dry run takes its entries out itself. */
+int RunInUnit(lua_State *L, bool bCommit, uint32_t *puiJournal)
+{
+    void *pObj = CheckDb(L);
+    luaL_checktype(L, 2, LUA_TFUNCTION);
+    *puiJournal = ECM_CTL_JournalCount(pObj);
+    if (ECM_CTL_UnitBegin(pObj) != ECM_OK) {
+        return luaL_error(L, "cfgdb: cannot begin a unit of work: %s", ECM_CTL_LastError(pObj));
+    }
+    bool bOk = lua_pcall(L, lua_gettop(L) - 2, LUA_MULTRET, 0) == 0;
+    if (static_cast<DbBox *>(lua_touserdata(L, 1))->pObj != pObj) {
+        return luaL_error(L, "cfgdb: the database was closed inside its unit of work");
+    }
+    if (ECM_CTL_UnitEnd(pObj, bOk && bCommit) != ECM_OK && bOk && bCommit) {
+        ECM_CTL_JournalTruncate(pObj, *puiJournal);
+        return luaL_error(L, "cfgdb: commit failed, the unit was rolled back: %s", ECM_CTL_LastError(pObj));
+    }
+    if (!bOk) {
+        ECM_CTL_JournalTruncate(pObj, *puiJournal);
+        return lua_error(L);
+    }
+    return lua_gettop(L) - 1;
+}
+
+int DbTransaction(lua_State *L)
+{
+    uint32_t uiJournal = 0;
+    return RunInUnit(L, true, &uiJournal);
+}
+
+int DbDryRun(lua_State *L)
+{
+    uint32_t uiJournal = 0;
+    (void)RunInUnit(L, false, &uiJournal);
+    PushJournal(L, CheckDb(L), uiJournal);
     return 1;
 }
 
@@ -319,6 +367,18 @@ uint32_t OptId(lua_State *L, int iOpts, const char *pcKey)
     return static_cast<uint32_t>(llValue);
 }
 
+/* The longest wait for a database that others write, in ms; the platform's default when not given. */
+uint32_t OptBusyTimeout(lua_State *L, int iOpts)
+{
+    if (iOpts == 0) {
+        return ECM_BUSY_TIMEOUT_DEFAULT;
+    }
+    lua_getfield(L, iOpts, "busy_timeout");
+    bool bGiven = !lua_isnil(L, -1);
+    lua_pop(L, 1);
+    return bGiven ? OptId(L, iOpts, "busy_timeout") : ECM_BUSY_TIMEOUT_DEFAULT;
+}
+
 int Open(lua_State *L)
 {
     int iOpts = lua_istable(L, 1) ? 1 : (lua_istable(L, 2) ? 2 : 0);
@@ -329,11 +389,12 @@ int Open(lua_State *L)
     uint32_t uiVr = OptId(L, iOpts, "vr");
     uint32_t uiLr = OptId(L, iOpts, "lr");
     uint32_t uiCdb = OptId(L, iOpts, "cdb");
+    uint32_t uiBusyMs = OptBusyTimeout(L, iOpts);
     DbBox *pstBox = static_cast<DbBox *>(lua_newuserdatauv(L, sizeof(DbBox), 0));
     pstBox->pObj = nullptr;
     luaL_setmetatable(L, DB_META);
     char acErr[ERR_LEN];
-    pstBox->pObj = ECM_CTL_Open(pcPath, uiLr, uiVr, uiCdb, acErr, sizeof(acErr));
+    pstBox->pObj = ECM_CTL_OpenEx(pcPath, uiLr, uiVr, uiCdb, uiBusyMs, acErr, sizeof(acErr));
     if (pstBox->pObj == nullptr) {
         return luaL_error(L, "cfgdb.open: %s: %s", pcPath != nullptr ? pcPath : ":memory:", acErr);
     }
@@ -349,7 +410,8 @@ int Unbind(lua_State *L)
 const luaL_Reg g_astMethods[] = {
     {"bind", DbBind},       {"close", DbClose},     {"insert", DbInsert},        {"rows", DbRows},
     {"count", DbCount},     {"delete", DbDelete},   {"journal", DbJournal},      {"mem", DbMem},
-    {"fail_alloc", DbFailAlloc}, {"fail_call", DbFailCall}, {nullptr, nullptr}};
+    {"fail_alloc", DbFailAlloc}, {"fail_call", DbFailCall}, {"transaction", DbTransaction},
+    {"dry_run", DbDryRun},  {nullptr, nullptr}};
 
 const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {nullptr, nullptr}};
 

@@ -216,13 +216,14 @@ uint32_t Deliver(EcmDb *pstDb, sqlite3_stmt *pStmt, const ReadShape *pstShape, E
     return ECM_OK;
 }
 
-/* Checks the object and counts the call against an armed fault: ECM_OK to go on, else the code. */
+/* Checks the object, counts the call against an armed fault, and inside a script call makes it
+ * part of the call's unit of work: ECM_OK to go on, else the code. */
 uint32_t EnterCall(EcmDb *pstDb)
 {
     if (pstDb == nullptr) {
         return ECM_ERR_PARAM;
     }
-    return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : ECM_OK;
+    return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : Ecm_JoinCallUnit(pstDb);
 }
 
 /* Runs an exists or count read and gives back its one integer. */

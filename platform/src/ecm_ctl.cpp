@@ -149,6 +149,7 @@ uint32_t StepError(EcmDb *pstDb)
 uint32_t FilterScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_CTL_VAL_S *pstWhere, uint32_t uiNum,
                       uint64_t *pulOut)
 {
+    Ecm_SettleCallUnits(pstDb);
     CtlVals stVals;
     uint32_t uiRet = Convert(pstDb, uiTableId, pstWhere, uiNum, &stVals);
     if (uiRet != ECM_OK) {
@@ -169,6 +170,7 @@ uint32_t FilterScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_CT
 extern "C" uint32_t ECM_CTL_Insert(void *pObj, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals, uint32_t uiNum)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    Ecm_SettleCallUnits(pstDb);
     CtlVals stVals;
     uint32_t uiRet = Convert(pstDb, uiTableId, pstVals, uiNum, &stVals);
     if (uiRet != ECM_OK) {
@@ -183,6 +185,7 @@ extern "C" uint32_t ECM_CTL_Rows(void *pObj, uint32_t uiTableId, const ECM_CTL_V
                                  ECM_CTL_ROW_FN pfRow, void *pCtx)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    Ecm_SettleCallUnits(pstDb);
     CtlVals stVals;
     uint32_t uiRet = Convert(pstDb, uiTableId, pstWhere, uiNum, &stVals);
     if (uiRet != ECM_OK) {

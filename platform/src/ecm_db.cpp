@@ -1,4 +1,4 @@
-/* Lifetime of a database object: opening the SQLite storage with the schema's tables and indexes,
+/* Lifetime of a database object: opening the SQLite storage (its schema: ecm_version.cpp),
  * the statement cache, binding to a script state, and value conversion. Uses only SQLite and Lua's C API. */
 #include <lua.h>
 #include <stdio.h>
@@ -12,56 +12,6 @@ namespace {
 
 char g_cBindKey;  /* its address is the registry key of the bound object */
 
-std::string ColumnDefs(const ECM_CTL_TABLE_S *pstTable)
-{
-    std::string strSql;
-    for (uint32_t i = 0; i < pstTable->uiFieldNum; i++) {
-        const ECM_CTL_FIELD_S *pstField = &pstTable->pstFields[i];
-        strSql += (i == 0) ? "" : ", ";
-        strSql += pstField->pcName;
-        strSql += ECM_CTL_IsByteType(pstField->ucType) ? " BLOB NOT NULL" : " INTEGER NOT NULL DEFAULT 0";
-    }
-    return strSql;
-}
-
-/* Built by appending to one string: chains of operator+ over temporaries draw a false -Wrestrict
- * from GCC 12 at -O3. */
-std::string IndexSql(const ECM_CTL_TABLE_S *pstTable, const uint8_t *pucFields, uint32_t uiNum, bool bUnique)
-{
-    std::string strSql = bUnique ? "CREATE UNIQUE INDEX IF NOT EXISTS " : "CREATE INDEX IF NOT EXISTS ";
-    strSql.append(pstTable->pcName).append(bUnique ? "_key" : "_by");
-    for (uint32_t i = 0; i < uiNum; i++) {
-        strSql.append("_").append(std::to_string(pucFields[i]));
-    }
-    strSql.append(" ON ").append(pstTable->pcName).append("(");
-    for (uint32_t i = 0; i < uiNum; i++) {
-        strSql.append(i == 0 ? "" : ", ").append(ECM_CTL_FindField(pstTable, pucFields[i])->pcName);
-    }
-    return strSql.append(");");
-}
-
-std::string SchemaSql()
-{
-    std::string strSql = "CREATE TABLE IF NOT EXISTS ecm_index_counter(table_id INTEGER PRIMARY KEY, "
-                         "last INTEGER NOT NULL);";
-    for (uint32_t i = 0; ECM_CTL_TableAt(i) != nullptr; i++) {
-        const ECM_CTL_TABLE_S *pstTable = ECM_CTL_TableAt(i);
-        strSql.append("CREATE TABLE IF NOT EXISTS ").append(pstTable->pcName);
-        strSql.append("(").append(ColumnDefs(pstTable)).append(");");
-        if (pstTable->uiKeyNum != 0) {
-            strSql += IndexSql(pstTable, pstTable->aucKey, pstTable->uiKeyNum, true);
-        }
-    }
-    for (uint32_t i = 0; Ecm_IndexAt(i) != nullptr; i++) {
-        const EcmIndexDef *pstIdx = Ecm_IndexAt(i);
-        strSql += IndexSql(ECM_CTL_FindTable(pstIdx->uiTableId), pstIdx->aucFields, pstIdx->ucNum, false);
-    }
-    for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
-        strSql += Ecm_SpatialSchemaSql(Ecm_SpatialAt(i));
-    }
-    return strSql;
-}
-
 bool Exec(sqlite3 *pDb, const std::string &strSql, char *pcErr, size_t ulErrLen)
 {
     char *pcMsg = nullptr;
@@ -73,19 +23,22 @@ bool Exec(sqlite3 *pDb, const std::string &strSql, char *pcErr, size_t ulErrLen)
     return false;
 }
 
-/* WAL keeps readers off the writer's back; FULL syncs the log on every commit, so a write is on
- * disk when its call returns. */
-bool OpenStorage(EcmDb *pstDb, const char *pcPath, char *pcErr, size_t ulErrLen)
+/* The busy timeout first, so that every step waits for other writers; the schema before WAL, so
+ * that a refused file is left exactly as it was. WAL keeps readers off the writer's back; FULL
+ * syncs the log on every commit, so a unit is on disk when it ends. */
+bool OpenStorage(EcmDb *pstDb, const char *pcPath, uint32_t uiBusyTimeoutMs, char *pcErr, size_t ulErrLen)
 {
     int iFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;  /* one thread per object */
-    if (sqlite3_open_v2(pcPath != nullptr ? pcPath : ":memory:", &pstDb->pDb, iFlags, nullptr) != SQLITE_OK) {
+    pstDb->strPath = pcPath != nullptr ? pcPath : ":memory:";
+    if (sqlite3_open_v2(pstDb->strPath.c_str(), &pstDb->pDb, iFlags, nullptr) != SQLITE_OK) {
         snprintf(pcErr, ulErrLen, "%s", pstDb->pDb != nullptr ? sqlite3_errmsg(pstDb->pDb) : "out of memory");
         return false;
     }
-    sqlite3_busy_timeout(pstDb->pDb, 5000);
-    std::string strSql = pcPath != nullptr ? "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;" : "";
-    strSql.append("BEGIN;").append(SchemaSql()).append("COMMIT;");
-    return Exec(pstDb->pDb, strSql, pcErr, ulErrLen);
+    sqlite3_busy_timeout(pstDb->pDb, uiBusyTimeoutMs > INT32_MAX ? INT32_MAX : static_cast<int>(uiBusyTimeoutMs));
+    if (!Ecm_PrepareSchema(pstDb, pcErr, ulErrLen)) {
+        return false;
+    }
+    return pcPath == nullptr || Exec(pstDb->pDb, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;", pcErr, ulErrLen);
 }
 
 void CloseStorage(EcmDb *pstDb)
@@ -95,6 +48,10 @@ void CloseStorage(EcmDb *pstDb)
     }
     pstDb->mapStmts.clear();
     pstDb->pLastStmt = nullptr;
+    for (sqlite3_stmt *&pStmt : pstDb->apUnitStmts) {
+        sqlite3_finalize(pStmt);
+        pStmt = nullptr;
+    }
     sqlite3_close(pstDb->pDb);
     pstDb->pDb = nullptr;
 }
@@ -106,6 +63,12 @@ void CloseStorage(EcmDb *pstDb)
 extern "C" void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
                               size_t ulErrLen)
 {
+    return ECM_CTL_OpenEx(pcPath, uiLrId, uiVrId, uiCdbId, ECM_BUSY_TIMEOUT_DEFAULT, pcErr, ulErrLen);
+}
+
+extern "C" void *ECM_CTL_OpenEx(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId,
+                                uint32_t uiBusyTimeoutMs, char *pcErr, size_t ulErrLen)
+{
     char acIgnored[8];
     if (pcErr == nullptr || ulErrLen == 0) {
         pcErr = acIgnored;
@@ -113,7 +76,7 @@ extern "C" void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVr
     }
     pcErr[0] = '\0';
     EcmDb *pstDb = new EcmDb;
-    if (!OpenStorage(pstDb, pcPath, pcErr, ulErrLen)) {
+    if (!OpenStorage(pstDb, pcPath, uiBusyTimeoutMs, pcErr, ulErrLen)) {
         CloseStorage(pstDb);
         delete pstDb;
         return nullptr;
@@ -122,6 +85,8 @@ extern "C" void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVr
     pstDb->uiLrId = uiLrId;
     pstDb->uiVrId = uiVrId;
     pstDb->uiCdbId = uiCdbId;
+    pstDb->bCallUnits = false;
+    Ecm_CountCallUnits(pstDb, true);
     return pstDb;
 }
 
@@ -134,6 +99,8 @@ extern "C" void ECM_CTL_Close(void *pObj)
     if (pstDb->pBoundState != nullptr && ECM_CAPI_GetObjExt(pstDb->pBoundState) == pstDb) {
         ECM_CTL_Unbind(pstDb->pBoundState);
     }
+    Ecm_SettleCallUnits(pstDb);
+    Ecm_CountCallUnits(pstDb, false);
     CloseStorage(pstDb);
     MOX_HandleDestroy(pstDb->pMem);
     delete pstDb;
@@ -173,6 +140,12 @@ extern "C" void *ECM_CAPI_GetObjExt(void *pState)
 extern "C" void ECM_CTL_FailCall(void *pObj, uint32_t uiNth)
 {
     static_cast<EcmDb *>(pObj)->uiFailCallIn = uiNth;
+}
+
+extern "C" void ECM_CTL_CallUnits(void *pObj, int bOn)
+{
+    Ecm_SettleCallUnits(static_cast<EcmDb *>(pObj));
+    Ecm_CountCallUnits(static_cast<EcmDb *>(pObj), bOn != 0);
 }
 
 extern "C" void ECM_CTL_SpatialReads(void *pObj, int bOn)

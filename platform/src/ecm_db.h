@@ -62,8 +62,16 @@ struct EcmJournalEntry {
     std::string strBytes;
 };
 
+/* Where the unit of the script call running on this thread stands on an object. */
+enum EcmCallUnit : uint8_t {
+    ECM_UNIT_NONE,      /* no call has opened one */
+    ECM_UNIT_OPEN,      /* the call's write transaction is open */
+    ECM_UNIT_BUSY,      /* the call could not get the database in time: its operations fail */
+};
+
 struct EcmDb {
     sqlite3 *pDb = nullptr;
+    std::string strPath;            /* ":memory:" for a private in-memory database */
     void *pMem = nullptr;
     uint32_t uiLrId = 0;
     uint32_t uiVrId = 0;
@@ -76,6 +84,12 @@ struct EcmDb {
     std::vector<EcmJournalEntry> vecJournal;
     std::string strLastError;
     bool bPlainReads = false;       /* reads ignore the spatial indexes (to compare both paths) */
+    bool bCallUnits = true;         /* script calls open units (off only to measure what they cost) */
+    EcmCallUnit eCallUnit = ECM_UNIT_NONE;
+    EcmDb *pNextInCall = nullptr;   /* the other objects whose unit the same call opened */
+    uint32_t uiUnitJournal = 0;     /* journal length when the call's unit opened */
+    uint32_t uiOuterDepth = 0;      /* nested ECM_CTL_UnitBegin not yet ended */
+    sqlite3_stmt *apUnitStmts[3] = {};  /* begin, commit, rollback of a call's unit, prepared once */
 };
 
 /* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
@@ -100,6 +114,23 @@ private:
 sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx);
 /* Counts a client call and answers whether it is the one armed to fail. */
 bool Ecm_TripFault(EcmDb *pstDb);
+
+/* ---- Units of work (ecm_unit.cpp) ---- */
+
+/* Inside a script call, makes the object's work part of the call's unit, opening it on the first
+ * operation; outside a call every operation stands alone. ECM_OK, or the code the operation fails with. */
+uint32_t Ecm_JoinCallUnit(EcmDb *pstDb);
+/* A unit that a call opened and could not end because it raised is rolled back before the object
+ * is used from the control side. */
+void Ecm_SettleCallUnits(EcmDb *pstDb);
+/* The object starts or stops taking part in script calls' units. */
+void Ecm_CountCallUnits(EcmDb *pstDb, bool bOn);
+
+/* ---- Schema versions (ecm_version.cpp) ---- */
+
+/* Creates the schema in an empty database or upgrades an older one, in one transaction; refuses a
+ * newer or foreign file without changing it. false with the reason in pcErr. */
+bool Ecm_PrepareSchema(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
 
 /* ---- Values ---- */
 uint64_t Ecm_ReadLe(const uint8_t *pucSrc, uint32_t uiWidth);

@@ -7,8 +7,9 @@
 #include <atomic>
 #include <stdint.h>
 
-/* Units opened by script calls and not yet ended, over the whole process. While it is 0 the
- * boundaries cost the script stack one load each. */
+/* Database objects of the process that take part in script calls' units (every open object
+ * unless switched off). While it is 0 no call can have a unit to end, and the boundaries cost the
+ * script stack one load each. */
 extern std::atomic<uint32_t> g_uiEcmOpenCallUnits;
 
 /* A call begins: rolls back what an earlier call on this thread left open because it raised a

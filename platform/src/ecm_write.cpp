@@ -1,5 +1,5 @@
 /* Writes of a database object: one record by its key, the index counters, the journal of the
- * client's writes. Each write is one statement or one transaction, so a failed write changes nothing. */
+ * client's writes. Each write is one statement or one savepoint, so a failed write changes nothing. */
 #include <string.h>
 
 #include "ecm_capi.h"
@@ -229,10 +229,14 @@ bool StoreIndexLast(EcmDb *pstDb, uint32_t uiTableId, uint64_t ulLast)
 
 }  // namespace
 
+/* Reading the counter and storing it are one step: a transaction of their own outside a unit,
+ * a savepoint inside one. */
 uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t uiCount, uint32_t *puiFirst)
 {
-    if (!RunFixed(pstDb, "BEGIN IMMEDIATE")) {
-        return ECM_ERR_SQL;
+    bool bAlone = sqlite3_get_autocommit(pstDb->pDb) != 0;
+    if (!RunFixed(pstDb, bAlone ? "BEGIN IMMEDIATE" : "SAVEPOINT ecm_index")) {
+        pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+        return (sqlite3_errcode(pstDb->pDb) & 0xFF) == SQLITE_BUSY ? ECM_ERR_BUSY : ECM_ERR_SQL;
     }
     uint64_t ulBase = 0;
     uint32_t uiRet = ECM_OK;
@@ -243,8 +247,11 @@ uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t u
     } else if (!StoreIndexLast(pstDb, pstTable->uiTableId, ulBase + uiCount)) {
         uiRet = ECM_ERR_SQL;
     }
-    if (uiRet != ECM_OK || !RunFixed(pstDb, "COMMIT")) {
-        RunFixed(pstDb, "ROLLBACK");
+    if (uiRet != ECM_OK || !RunFixed(pstDb, bAlone ? "COMMIT" : "RELEASE ecm_index")) {
+        RunFixed(pstDb, bAlone ? "ROLLBACK" : "ROLLBACK TO ecm_index");
+        if (!bAlone) {
+            RunFixed(pstDb, "RELEASE ecm_index");
+        }
         return uiRet != ECM_OK ? uiRet : ECM_ERR_SQL;
     }
     *puiFirst = static_cast<uint32_t>(ulBase + 1);
@@ -303,4 +310,12 @@ extern "C" uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOU
 extern "C" void ECM_CTL_JournalClear(void *pObj)
 {
     static_cast<EcmDb *>(pObj)->vecJournal.clear();
+}
+
+extern "C" void ECM_CTL_JournalTruncate(void *pObj, uint32_t uiKeep)
+{
+    std::vector<EcmJournalEntry> &vecJournal = static_cast<EcmDb *>(pObj)->vecJournal;
+    if (uiKeep < vecJournal.size()) {
+        vecJournal.resize(uiKeep);
+    }
 }

@@ -80,4 +80,51 @@ t.case("a file database keeps its records across a reopen", function()
   for _, suffix in ipairs({ "", "-wal", "-shm" }) do os.remove(path .. suffix) end
 end)
 
+t.case("db:transaction commits fn's calls as one unit or none; db:dry_run returns their journal, keeps nothing", function()
+  local uv = require "libvlanluaext"
+  local SEG = 0x08361118
+  local path = os.tmpname()
+  os.remove(path)
+  local db = cfgdb.open(path, { busy_timeout = 1000 })
+  db:bind()
+  local function set(peb, pee, v)
+    return (uv.VLAN_spt_SetUserVlanQinQSvc({ 5, peb, pee, 1, 4, 0, 1, 2, 3, "k" }, { 1, v }))
+  end
+  local function shape(d)
+    local out = {}
+    for _, r in ipairs(d:rows(SEG)) do out[#out + 1] = r[7] .. "-" .. r[8] end
+    return table.concat(out, " ")
+  end
+  local got = t.pack(db:transaction(function(a, b) set(1, 4, 1); set(5, 8, 2); return a + b, "x" end, 2, 3))
+  t.same(got, { 5, "x" }, "fn's results")
+  local reader = cfgdb.open(path)
+  t.eq(shape(reader), "1-4 5-8", "both calls committed, seen by another connection")
+  db:journal()
+  local ok, err = pcall(db.transaction, db, function() set(1, 8, 1); error("stop here") end)
+  t.check(not ok and tostring(err):find("stop here", 1, true), "the error is raised again, got %s", tostring(err))
+  t.same(t.pack(shape(reader), shape(db), #db:journal()), { "1-4 5-8", "1-4 5-8", 0 }, "rolled back, not journaled")
+  local function lines(entries)
+    local out = {}
+    for _, e in ipairs(entries) do
+      local f = {}
+      for k, v in pairs(e.fields) do f[#f + 1] = k .. "=" .. tostring(v) end
+      table.sort(f)
+      out[#out + 1] = e.op .. " " .. e.table .. " " .. e.flag .. " " .. table.concat(f, ",")
+    end
+    return out
+  end
+  set(9, 9, 3)
+  local function merge() set(1, 8, 1); set(9, 9, 1) end
+  local dry = lines(db:dry_run(merge))
+  t.same(t.pack(shape(reader), #db:journal()), { "1-4 5-8 9-9", 3 }, "the file is unchanged; the entries made before stay")
+  merge()
+  t.check(#dry > 0, "the dry run saw writes")
+  t.lines(lines(db:journal()), dry, "a dry run answers the journal of the real run")
+  t.eq(shape(reader), "1-9", "the real run")
+  t.check(not pcall(db.dry_run, db, function() error("x") end), "an error inside a dry run is raised again")
+  reader:close()
+  db:close()
+  for _, suffix in ipairs({ "", "-wal", "-shm" }) do os.remove(path .. suffix) end
+end)
+
 t.finish()
