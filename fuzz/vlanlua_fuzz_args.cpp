@@ -141,20 +141,22 @@ void PushBitMap(lua_State *L, VlanFuzzSource &src, bool bStrict);
 /* A value of the kind the letter names; an edge value of any kind one time in eight. */
 void PushTyped(lua_State *L, VlanFuzzSource &src, char cKind, bool bStrict)
 {
-    if (cKind != 'B' && cKind != 'S' && cKind != 'U' && cKind != 'Q' && cKind != 'D' && src.OneIn(8)) {
+    if (cKind != 'B' && cKind != 'S' && cKind != 'U' && cKind != 'Q' && cKind != 'D' && src.OneIn(16)) {
         PushEdgeInt(L, src);
         return;
     }
     switch (cKind) {
-        case 'i': PUSH_POOL(L, src, 0x7000, 0x7001, 0x7002, 0x7003, 0x7004, 0x1001, 0x1003, 0x1000, 0, 10, 0xFFFFFFFE);
+        case 'i': PUSH_POOL(L, src, 0x7001, 0x7001, 0x7001, 0x7002, 0x7002, 0x7003, 0x7004, 0x7000, 0x1001, 0x1003,
+                            0x1000, 0, 0xFFFFFFFE);
                   break;
-        case 'v': if (src.OneIn(3)) { lua_pushinteger(L, static_cast<lua_Integer>(src.Below(4096))); }
-                  else { PUSH_POOL(L, src, 0, 1, 2, 5, 10, 11, 20, 100, 101, 149, 150, 199, 200, 250, 4094, 4095); }
+        case 'v': if (src.OneIn(6)) { lua_pushinteger(L, static_cast<lua_Integer>(src.Below(4096))); }
+                  else { PUSH_POOL(L, src, 1, 2, 5, 6, 10, 11, 12, 20, 21, 99, 100, 101, 120, 149, 150, 151,
+                                   199, 200, 201, 249, 250, 4093, 4094); }
                   break;
         case 'r': PUSH_POOL(L, src, 7, 7, 1, 0, 2); break;
         case 'n': PUSH_POOL(L, src, 0, 1, 2, 3, 10, 11, 22, 33, 42, 64, 100, 1000); break;
         case 'q': PUSH_POOL(L, src, 0, 1, 2, 3); break;
-        case 't': PUSH_POOL(L, src, 0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 255, 256); break;
+        case 't': PUSH_POOL(L, src, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 255, 17, 256); break;
         case 'b': lua_pushboolean(L, static_cast<int>(src.Below(2))); break;
         case 's': case 'k': PushAnyString(L, src); break;
         case 'B': PushBitMap(L, src, bStrict); break;
@@ -178,7 +180,22 @@ void Spoil(lua_State *L, VlanFuzzSource &src, int iLen)
     }
 }
 
-/* A record table, element i of the kind of pcFields[i - 1]. */
+/* Most ranges are given the right way round: elements iKey and iKey + 1 swapped when backwards. */
+void OrderRange(lua_State *L, VlanFuzzSource &src, int iKey)
+{
+    lua_rawgeti(L, -1, iKey);
+    lua_rawgeti(L, -2, iKey + 1);
+    bool bBackwards = lua_type(L, -2) == LUA_TNUMBER && lua_type(L, -1) == LUA_TNUMBER &&
+                      lua_tonumber(L, -2) > lua_tonumber(L, -1);
+    if (bBackwards && !src.OneIn(8)) {
+        lua_rawseti(L, -3, iKey);
+        lua_rawseti(L, -2, iKey + 1);
+    } else {
+        lua_pop(L, 2);
+    }
+}
+
+/* A record table, element i of the kind of pcFields[i - 1]; "vv" is a range. */
 void PushTable(lua_State *L, VlanFuzzSource &src, const char *pcFields, bool bStrict)
 {
     int iLen = static_cast<int>(std::strlen(pcFields));
@@ -191,6 +208,12 @@ void PushTable(lua_State *L, VlanFuzzSource &src, const char *pcFields, bool bSt
         }
         lua_rawseti(L, -2, i);
     }
+    for (int i = 1; i < iLen; i++) {
+        if (pcFields[i - 1] == 'v' && pcFields[i] == 'v') {
+            OrderRange(L, src, i);
+            i++;
+        }
+    }
     if (!bStrict && src.OneIn(6)) {
         Spoil(L, src, iLen);
     }
@@ -199,7 +222,7 @@ void PushTable(lua_State *L, VlanFuzzSource &src, const char *pcFields, bool bSt
 /* Service pairs: type, value, type, value, ... */
 void PushPairs(lua_State *L, VlanFuzzSource &src, bool bStrict)
 {
-    int iPairs = static_cast<int>(src.Below(6));
+    int iPairs = static_cast<int>(src.Below(5));
     lua_createtable(L, 2 * iPairs, 0);
     for (int i = 0; i < iPairs; i++) {
         PushTyped(L, src, 't', bStrict);
