@@ -267,17 +267,49 @@ std::string VlanFuzzHost::Reseed()
         return "the seed script bound no database";
     }
     m_setTainted.clear();
+    m_setWritten.clear();
     MOX_STATS_S stStats{};
     MOX_GetStats(ECM_CAPI_GetSimpleMemHandle(m_pObj), &stStats);
     m_ulAsserts = stStats.ulAsserts;
     return "";
 }
 
+/* Puts the tables that calls wrote to back as the seed left them (the seed script's restore);
+ * seeds a new database when that fails. */
+std::string VlanFuzzHost::RestoreSeed()
+{
+    for (uint32_t uiTable : m_setWritten) {
+        lua_getglobal(L, "restore");
+        lua_pushinteger(L, static_cast<lua_Integer>(uiTable));
+        if (lua_pcall(L, 1, 0, 0) != 0) {
+            if (m_bTrace) {
+                std::fprintf(stderr, "restoring table 0x%08X failed: %s\n", uiTable, lua_tostring(L, -1));
+            }
+            lua_pop(L, 1);
+            return Reseed();
+        }
+    }
+    m_setWritten.clear();
+    m_setTainted.clear();
+    return "";
+}
+
+void VlanFuzzHost::NoteWrites()
+{
+    uint32_t uiNum = ECM_CTL_JournalCount(m_pObj);
+    for (uint32_t i = 0; i < uiNum; i++) {
+        ECM_CTL_JOURNAL_S stEntry;
+        if (ECM_CTL_JournalGet(m_pObj, i, &stEntry) == 0) {
+            m_setWritten.insert(stEntry.uiTableId);
+        }
+    }
+}
+
 /* ---- episodes ---- */
 
 std::string VlanFuzzHost::BeginEpisode(bool bBound, bool bFresh)
 {
-    std::string strErr = bFresh ? Reseed() : "";
+    std::string strErr = bFresh ? RestoreSeed() : "";
     m_bBound = bBound;
     if (!bBound) {
         ECM_CTL_Unbind(L);
@@ -320,6 +352,7 @@ std::string VlanFuzzHost::Call(uint32_t uiFunc, VlanFuzzSource &src, bool bStric
     int iStatus = lua_pcall(L, iArgNum, LUA_MULTRET, 0);
     ECM_CTL_FailAlloc(m_pObj, 0);
     ECM_CTL_FailCall(m_pObj, 0);
+    NoteWrites();
     ECM_CTL_JournalClear(m_pObj);
     m_ulCalls++;
     if (m_bTrace) {

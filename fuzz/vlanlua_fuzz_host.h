@@ -45,8 +45,8 @@ public:
     bool Open(const char *pcLuaDir, const char *pcSeedScript, std::string *pstrErr);
     void Close();
 
-    /* An episode: a run of calls, on a freshly seeded database when bFresh (otherwise on what
-     * the calls before left), without a database bound to the state when bBound is false.
+    /* An episode: a run of calls, on the seeded rows when bFresh (otherwise on what the calls
+     * before left), without a database bound to the state when bBound is false.
      * Returns "" or what went wrong. */
     std::string BeginEpisode(bool bBound, bool bFresh);
     void EndEpisode();
@@ -62,6 +62,8 @@ private:
     std::string CheckAfter(uint32_t uiFunc, int iArgBase, int iArgNum, int iResBase);
     std::string CheckUserVlanRows();
     std::string Reseed();
+    std::string RestoreSeed();
+    void NoteWrites();
     void NoteTaint(uint32_t uiFunc, int iArgBase, int iArgNum, bool bFault);
 
     lua_State *L = nullptr;
@@ -74,6 +76,7 @@ private:
     uint64_t m_ulCalls = 0;
     const uint32_t m_uiSetSvcFunc = VlanFuzz_FindFunc("VLAN_spt_SetUserVlanQinQSvc");
     std::set<uint64_t> m_setTainted;   /* interfaces left out of the overlap check */
+    std::set<uint32_t> m_setWritten;   /* tables the calls wrote to since the seed */
 };
 
 #endif
