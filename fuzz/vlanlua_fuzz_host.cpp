@@ -364,7 +364,7 @@ std::string VlanFuzzHost::Call(uint32_t uiFunc, VlanFuzzSource &src, bool bStric
         const char *pcErr = lua_tostring(L, -1);
         strFinding = std::string("Lua error: ") + (pcErr != nullptr ? pcErr : "(not a string)");
     } else {
-        strFinding = CheckAfter(uiFunc, iArgBase, iArgNum, iResBase);
+        strFinding = CheckAfter(uiFunc, iResBase);
     }
     if (!strFinding.empty()) {
         strFinding = std::string(stFunc.pcName) + RenderRange(L, iArgBase, iArgNum) + (m_bBound ? "" : " unbound") +
@@ -374,10 +374,8 @@ std::string VlanFuzzHost::Call(uint32_t uiFunc, VlanFuzzSource &src, bool bStric
     return strFinding;
 }
 
-std::string VlanFuzzHost::CheckAfter(uint32_t uiFunc, int iArgBase, int iArgNum, int iResBase)
+std::string VlanFuzzHost::CheckAfter(uint32_t uiFunc, int iResBase)
 {
-    (void)iArgBase;
-    (void)iArgNum;
     const VlanFuzzFunc &stFunc = g_astVlanFuzzFuncs[uiFunc];
     int iResNum = lua_gettop(L) - iResBase + 1;
     if (!FitsShapes(L, iResBase, iResNum, m_bBound ? stFunc.pcDb : stFunc.pcNoDb)) {

@@ -59,7 +59,7 @@ public:
     uint64_t Calls() const { return m_ulCalls; }
 
 private:
-    std::string CheckAfter(uint32_t uiFunc, int iArgBase, int iArgNum, int iResBase);
+    std::string CheckAfter(uint32_t uiFunc, int iResBase);
     std::string CheckUserVlanRows();
     std::string Reseed();
     std::string RestoreSeed();
