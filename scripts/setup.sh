@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Installs what the build needs on a Debian machine, skipping what is already there.
+# Installs what the build needs on a Debian machine, skipping what is already there; packages
+# named as arguments are installed too (scripts/fuzz.sh asks for clang and its fuzzer runtime).
 set -euo pipefail
 need=()
 for pkg in build-essential cmake pkg-config liblua5.4-dev lua5.4 libsqlite3-dev sqlite3 \
-           libgtest-dev googletest libbenchmark-dev; do
+           libgtest-dev googletest libbenchmark-dev "$@"; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

@@ -1,5 +1,7 @@
 /* Tagged memory and assertions of the platform. Every block is tagged with the source file
- * and line that allocated it and is charged to a memory handle. */
+ * and line that allocated it and is charged to a memory handle. Guard bytes surround every
+ * block: a free that finds one written over ends the process, naming where the block was
+ * allocated. */
 #ifndef MOX_H
 #define MOX_H
 

@@ -4,7 +4,10 @@
  * Each block carries a header in front of the caller's bytes: its handle, size, the file and line
  * that allocated it, and the links of one list of all live blocks in
  * allocation order (the leak report walks it). A free, which names no handle, finds whom to
- * charge in that header. The registry's set of live addresses is consulted before any header is
+ * charge in that header. Guard bytes of a fixed pattern sit right before the caller's bytes (the
+ * header's last field) and right after them; a free that finds either changed ends the process
+ * naming the file and line that allocated the block, so a write past either end is caught
+ * without a sanitizer. The registry's set of live addresses is consulted before any header is
  * read: a free of an address not in it is a fault of the caller and ends the process, and a
  * small ring of the most recent frees tells a double free apart from a wild pointer in that
  * message. One lock guards the registry and every handle's figures. */
@@ -14,7 +17,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <cstddef>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 #include <thread>
@@ -35,20 +41,37 @@ struct MoxHandle {
     uint32_t uiFailCountdown;   /* the allocation that reaches 0 fails; 0 = disarmed */
 };
 
-/* In front of every block; a multiple of 16 bytes so the caller's bytes keep malloc's alignment. */
+constexpr uint64_t kGuard = 0xFDFDFDFDFDFDFDFDull;   /* the pattern of both guards, easy to spot in a dump */
+constexpr size_t kGuardLen = sizeof(kGuard);
+
+/* In front of every block; a multiple of 16 bytes so the caller's bytes keep malloc's alignment.
+ * File and line come first, farthest from the caller's bytes: a short underrun spares them. */
 struct alignas(16) MoxBlock {
+    const char *pcFile;
+    uint32_t uiLine;
+    uint32_t uiSize;
     MoxBlock *pstPrev;          /* neighbours in the list of live blocks, oldest first */
     MoxBlock *pstNext;
     MoxHandle *pstHandle;       /* null once the handle was destroyed */
-    uint64_t ulSize;
-    const char *pcFile;
-    uint32_t uiLine;
+    uint64_t ulFrontGuard;      /* touches the caller's first byte */
 };
 static_assert(sizeof(MoxBlock) % 16 == 0, "the caller's bytes stay 16-byte aligned");
+static_assert(offsetof(MoxBlock, ulFrontGuard) + kGuardLen == sizeof(MoxBlock), "no gap before the caller's bytes");
 
 void *UserBytes(MoxBlock *pstBlock)
 {
     return pstBlock + 1;
+}
+
+/* The tail guard follows the caller's last byte, at any alignment. */
+unsigned char *TailGuard(MoxBlock *pstBlock)
+{
+    return static_cast<unsigned char *>(UserBytes(pstBlock)) + pstBlock->uiSize;
+}
+
+void SetTailGuard(MoxBlock *pstBlock)
+{
+    std::memcpy(TailGuard(pstBlock), &kGuard, kGuardLen);
 }
 
 MoxBlock *BlockOf(void *pMem)
@@ -155,7 +178,7 @@ using RegistryGuard = std::lock_guard<SpinLock>;
 struct MoxRegistry {
     SpinLock mtx;
     LiveSet live;
-    MoxBlock stList{&stList, &stList, nullptr, 0, nullptr, 0};   /* head of the live list */
+    MoxBlock stList{nullptr, 0, 0, &stList, &stList, nullptr, kGuard};   /* head of the live list */
     MoxFreed astRecent[kRecentFrees] = {};
     size_t uiRecentNext = 0;
     uint64_t ulPeakAll = 0;
@@ -235,10 +258,27 @@ void ChargeAlloc(MoxRegistry &reg, MoxHandle *pstHandle, uint64_t ulSize)
 
 void CreditFree(MoxRegistry &reg, const MoxBlock &stBlock)
 {
-    reg.ulLiveBytesAll -= stBlock.ulSize;
+    reg.ulLiveBytesAll -= stBlock.uiSize;
     if (stBlock.pstHandle != nullptr) {
         stBlock.pstHandle->stStats.ulLiveBlocks--;
-        stBlock.pstHandle->stStats.ulLiveBytes -= stBlock.ulSize;
+        stBlock.pstHandle->stStats.ulLiveBytes -= stBlock.uiSize;
+    }
+}
+
+/* Ends the process when a guard of a block that is being freed was written over. */
+void CheckGuards(MoxBlock *pstBlock)
+{
+    const char *pcWhat = nullptr;
+    if (pstBlock->ulFrontGuard != kGuard) {
+        pcWhat = "write before the block";
+    } else if (std::memcmp(TailGuard(pstBlock), &kGuard, kGuardLen) != 0) {
+        pcWhat = "write past the end of the block";
+    }
+    if (pcWhat != nullptr) {
+        std::fprintf(stderr, "MOX: %s %p (size %u) allocated at %s:%u\n", pcWhat, UserBytes(pstBlock),
+                     pstBlock->uiSize, SafeText(pstBlock->pcFile), pstBlock->uiLine);
+        std::fflush(stderr);
+        std::abort();
     }
 }
 
@@ -271,7 +311,7 @@ void PrintLeak(FILE *pstOut, MoxBlock *pstBlock)
         return;
     }
     std::fprintf(pstOut, "MOX leak: %p size %llu allocated at %s:%u (handle %s)\n", UserBytes(pstBlock),
-                 static_cast<unsigned long long>(pstBlock->ulSize), SafeText(pstBlock->pcFile), pstBlock->uiLine,
+                 static_cast<unsigned long long>(pstBlock->uiSize), SafeText(pstBlock->pcFile), pstBlock->uiLine,
                  pstBlock->pstHandle != nullptr ? pstBlock->pstHandle->strName.c_str() : "destroyed");
 }
 
@@ -294,7 +334,7 @@ extern "C" void *MOX_Malloc_F(void *pHandle, unsigned char ucPartition, uint32_t
     if (ConsumeInjectedFailure(pstHandle)) {
         return nullptr;
     }
-    auto *pstBlock = static_cast<MoxBlock *>(std::malloc(sizeof(MoxBlock) + uiSize));  /* size 0: still unique */
+    auto *pstBlock = static_cast<MoxBlock *>(std::malloc(sizeof(MoxBlock) + uiSize + kGuardLen));  /* never 0 bytes */
     if (pstBlock == nullptr) {
         return nullptr;
     }
@@ -304,7 +344,8 @@ extern "C" void *MOX_Malloc_F(void *pHandle, unsigned char ucPartition, uint32_t
         std::free(pstBlock);
         return nullptr;
     }
-    *pstBlock = MoxBlock{nullptr, nullptr, pstHandle, uiSize, pcFile, uiLine};
+    *pstBlock = MoxBlock{pcFile, uiLine, uiSize, nullptr, nullptr, pstHandle, kGuard};
+    SetTailGuard(pstBlock);
     LinkLast(reg, pstBlock);
     ChargeAlloc(reg, pstHandle, uiSize);
     return UserBytes(pstBlock);
@@ -321,6 +362,7 @@ extern "C" void MOX_Free_F(void *pMem, const char *pcFile, uint32_t uiLine)
         AbortOnBadFree(reg, pMem, pcFile, uiLine);
     }
     MoxBlock *pstBlock = BlockOf(pMem);
+    CheckGuards(pstBlock);            /* before the links in the header are trusted */
     Unlink(pstBlock);
     CreditFree(reg, *pstBlock);
     reg.astRecent[reg.uiRecentNext] = MoxFreed{pMem, pcFile, uiLine};

@@ -125,4 +125,20 @@ case("without a bound database every function answers 1 and names the missing ob
   c.db:bind()
 end)
 
+case("an interface with QinQ rows under two VRs shows each VR only its own, from any start key", function()
+  local one = F.cfg(1)
+  local two = setmetatable({db = one.db, vr = 2, seg = 1000, dot1q = {}, qinq = {}, qinqIf = {}, anyOther = {}},
+    getmetatable(one))
+  for _, c in ipairs({one, two}) do c:addQinqIf(50); c:addQinqIf(60) end
+  one:addQinq(50, 20, 21, 7, 7); one:addQinq(50, 5, 5, 9, 9); one:addDot1q(50, 8, 8)
+  two:addQinq(50, 1, 1, 1, 1); two:addQinq(50, 30, 30, 8, 8); two:addQinq(50, 6, 6, 9, 9); two:addDot1q(50, 2, 2)
+  one:addQinq(60, 3, 3, 3, 3); two:addQinq(60, 2, 2, 2, 2)
+  list(one:model(), {"50:20:7", "50:21:7", "50:0:8", "50:5:9", "60:3:3"}, "model of VR 1")
+  for _, c in ipairs({one, two}) do
+    local model = c:model()
+    for _, size in ipairs({1, 2, 100}) do list(c:walk(size), model, "VR " .. c.vr .. ", pages of " .. size) end
+  end
+  t.clean(one.db, "walks")
+end)
+
 t.finish()

@@ -258,3 +258,52 @@ TEST_F(TaggedMemoryDeathTest, DoubleFreeAbortsNamingBothFrees)
     MOX_Free_F(p, "first.c", 8);
     EXPECT_DEATH(MOX_Free_F(p, "second.c", 9), "double free of .* at second.c:9 \\(already freed at first.c:8\\)");
 }
+
+// ---- guard bytes around every block ----
+
+TEST_F(TaggedMemory, WritesFillingABlockLeaveItsGuardsIntactAtEverySize)
+{
+    for (uint32_t uiSize = 0; uiSize <= 48; uiSize++) {
+        auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize));
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(pucBlock) % 16, 0u) << "size " << uiSize;
+        std::memset(pucBlock, 0xFF, uiSize);
+        std::memset(pucBlock, 0x00, uiSize);
+        MOX_Free_F(pucBlock, "free.c", uiSize);   // aborts if a guard were hit
+    }
+    EXPECT_EQ(Stats(handle).ulLiveBlocks, 0u);
+}
+
+/* Changes the byte at pucAt, expects the free to abort with the message, then repairs the byte
+ * and frees the block for real. */
+static void ExpectFreeAbortsAfterWriteAt(unsigned char *pucBlock, unsigned char *pucAt, const char *pcMessage)
+{
+    unsigned char ucSaved = *pucAt;
+    *pucAt = static_cast<unsigned char>(ucSaved ^ 0x01);   // the smallest change that must be seen
+    EXPECT_DEATH(MOX_Free_F(pucBlock, "free.c", 3), pcMessage);
+    *pucAt = ucSaved;
+    MOX_Free_F(pucBlock, "free.c", 4);
+}
+
+TEST_F(TaggedMemoryDeathTest, WriteOneByteBeforeABlockAbortsNamingWhereItWasAllocated)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (uint32_t uiSize : {0u, 1u, 24u, 333u}) {
+        auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 70 + uiSize));
+        std::string strWant = "write before the block .* allocated at alloc.c:" + std::to_string(70 + uiSize);
+        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock - 1, strWant.c_str());
+        pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 70 + uiSize));
+        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock - 8, strWant.c_str());   // the guard's far end
+    }
+}
+
+TEST_F(TaggedMemoryDeathTest, WriteOneBytePastABlockAbortsNamingWhereItWasAllocated)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    for (uint32_t uiSize : {0u, 1u, 24u, 333u}) {   // the tail guard sits at every alignment
+        auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 80 + uiSize));
+        std::string strWant = "write past the end of the block .* allocated at alloc.c:" + std::to_string(80 + uiSize);
+        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock + uiSize, strWant.c_str());
+        pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 80 + uiSize));
+        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock + uiSize + 7, strWant.c_str());
+    }
+}
