@@ -326,7 +326,7 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
     if (uiRet == ECM_OK) {
         Ecm_Journal(pstDb, auiJournalOp[eKind], uiTableId, uiFlag, astVals, uiNum);
     }
-    return uiRet;
+    return Ecm_CallOutcome(pstDb, uiRet);
 }
 
 }  // namespace
@@ -441,5 +441,5 @@ extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t
     if (uiCount == 0 || puiIndex == nullptr) {
         return ECM_ERR_PARAM;
     }
-    return Ecm_NextIndex(pstDb, pstTable, uiCount, puiIndex);
+    return Ecm_CallOutcome(pstDb, Ecm_NextIndex(pstDb, pstTable, uiCount, puiIndex));
 }

@@ -65,7 +65,9 @@ struct EcmJournalEntry {
 /* Where the unit of the script call running on this thread stands on an object. */
 enum EcmCallUnit : uint8_t {
     ECM_UNIT_NONE,      /* no call has opened one */
-    ECM_UNIT_OPEN,      /* the call's write transaction is open */
+    ECM_UNIT_OPEN,      /* the call's deferred transaction is open: its first write takes the lock */
+    ECM_UNIT_LOCKED,    /* the call runs again in a transaction that holds the lock throughout */
+    ECM_UNIT_VOID,      /* another writer got the lock first: the call's operations fail, it runs again */
     ECM_UNIT_BUSY,      /* the call could not get the database in time: its operations fail */
 };
 
@@ -89,7 +91,7 @@ struct EcmDb {
     EcmDb *pNextInCall = nullptr;   /* the other objects whose unit the same call opened */
     uint32_t uiUnitJournal = 0;     /* journal length when the call's unit opened */
     uint32_t uiOuterDepth = 0;      /* nested ECM_CTL_UnitBegin not yet ended */
-    sqlite3_stmt *apUnitStmts[3] = {};  /* begin, commit, rollback of a call's unit, prepared once */
+    sqlite3_stmt *apUnitStmts[4] = {};  /* the statements that begin and end a call's unit, prepared once */
 };
 
 /* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
@@ -120,6 +122,9 @@ bool Ecm_TripFault(EcmDb *pstDb);
 /* Inside a script call, makes the object's work part of the call's unit, opening it on the first
  * operation; outside a call every operation stands alone. ECM_OK, or the code the operation fails with. */
 uint32_t Ecm_JoinCallUnit(EcmDb *pstDb);
+/* What a client operation answers inside a call: a write that lost the race for the lock makes
+ * the call's work void (ECM_ERR_BUSY, and the call runs again); anything else stands. */
+uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet);
 /* A unit that a call opened and could not end because it raised is rolled back before the object
  * is used from the control side. */
 void Ecm_SettleCallUnits(EcmDb *pstDb);

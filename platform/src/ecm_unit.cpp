@@ -1,15 +1,21 @@
 /* Units of work on a database object: the one a script call opens on its first database
  * operation and commits when it returns, and the outer one the control side opens around many
- * calls. Uses only SQLite and Lua's C API.
+ * calls. Uses only SQLite.
  *
- * A call's unit is a write transaction begun IMMEDIATE: a call reads, decides and writes, and only
- * a transaction that holds the write lock from its first read keeps another writer from changing
- * what it read (a deferred one cannot wait for the lock when it has to upgrade). The objects whose
- * units the running call opened form a list per thread; the call's end commits them. A call that
- * raised never reaches its end: the next call on the thread, or the next control operation on the
- * object, rolls its units back. Inside an outer unit a call opens nothing: its work joins. */
-#include <lua.h>
+ * A call reads, decides and writes; it must not act on what it read once another writer has
+ * changed it. A call's unit therefore starts as a deferred transaction: its reads share one
+ * snapshot and take no write lock, which keeps calls that only read as cheap as single reads.
+ * Its first write takes the write lock; when another writer holds it or has committed since the
+ * snapshot (SQLite then answers busy at once, without waiting), the call's work is void: every
+ * later operation of the call fails at once, the unit is rolled back when the call returns, and
+ * the script stack runs the call again, this time in a transaction begun IMMEDIATE, which waits
+ * for the lock up to the busy timeout and holds it from the first read. The objects whose units
+ * the running call opened form a list per thread; the call's end commits them. A call that
+ * raised never reaches its end: the next call on the thread, or the next control operation on
+ * the object, rolls its units back. Inside an outer unit a call opens nothing: its work joins. */
 #include <sqlite3.h>
+
+#include <string>
 
 #include "ecm_db.h"
 #include "ecm_unit.h"
@@ -20,13 +26,15 @@ namespace {
 
 thread_local void *tls_pCallState = nullptr;   /* the state of the script call running here */
 thread_local EcmDb *tls_pCallUnits = nullptr;  /* objects on which that call opened a unit */
+thread_local bool tls_bRunAgain = false;       /* the call runs again, holding the lock from the start */
+thread_local std::string tls_strWhy;           /* why the last call's commit failed */
 
-enum UnitStmt { UNIT_BEGIN, UNIT_COMMIT, UNIT_ROLLBACK };
+enum UnitStmt { UNIT_BEGIN, UNIT_BEGIN_IMMEDIATE, UNIT_COMMIT, UNIT_ROLLBACK };
 
-/* Runs BEGIN IMMEDIATE, COMMIT or ROLLBACK from a statement prepared once per object. */
+/* Runs BEGIN, BEGIN IMMEDIATE, COMMIT or ROLLBACK from a statement prepared once per object. */
 int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
 {
-    static const char *const apcSql[] = {"BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+    static const char *const apcSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
     sqlite3_stmt *&pStmt = pstDb->apUnitStmts[eStmt];
     if (pStmt == nullptr) {
         int iRc = sqlite3_prepare_v3(pstDb->pDb, apcSql[eStmt], -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr);
@@ -53,13 +61,14 @@ void Forget(EcmDb *pstDb)
 /* Rolls a call's unit back: its writes never happened, so neither did their journal entries. */
 void RollBack(EcmDb *pstDb)
 {
-    if (pstDb->eCallUnit == ECM_UNIT_OPEN) {
-        if (InTransaction(pstDb)) {
-            (void)RunUnitStmt(pstDb, UNIT_ROLLBACK);
-        }
-        if (pstDb->vecJournal.size() > pstDb->uiUnitJournal) {
-            pstDb->vecJournal.resize(pstDb->uiUnitJournal);
-        }
+    if (pstDb->eCallUnit == ECM_UNIT_NONE) {
+        return;
+    }
+    if (InTransaction(pstDb)) {  /* SQLite may have rolled it back itself on an I/O error */
+        (void)RunUnitStmt(pstDb, UNIT_ROLLBACK);
+    }
+    if (pstDb->vecJournal.size() > pstDb->uiUnitJournal) {
+        pstDb->vecJournal.resize(pstDb->uiUnitJournal);
     }
     Forget(pstDb);
 }
@@ -75,13 +84,13 @@ void RollBackLeftUnits()
     tls_pCallState = nullptr;
 }
 
-/* Commits a call's unit; on failure rolls it back and pushes why (only the first failure of a
- * call is pushed). SQLite itself rolls a transaction back on some I/O errors: then the work is
+/* Commits a call's unit; on failure rolls it back and keeps why (only the first failure of a
+ * call is kept). SQLite itself rolls a transaction back on some I/O errors: then the work is
  * gone before the commit. */
-bool Commit(EcmDb *pstDb, lua_State *L, bool bPushError)
+bool Commit(EcmDb *pstDb, bool bKeepWhy)
 {
-    if (pstDb->eCallUnit != ECM_UNIT_OPEN) {
-        Forget(pstDb);
+    if (pstDb->eCallUnit != ECM_UNIT_OPEN && pstDb->eCallUnit != ECM_UNIT_LOCKED) {
+        RollBack(pstDb);  /* a call that never got the lock wrote nothing */
         return true;
     }
     const char *pcWhy = nullptr;
@@ -95,30 +104,31 @@ bool Commit(EcmDb *pstDb, lua_State *L, bool bPushError)
         Forget(pstDb);
         return true;
     }
-    if (bPushError) {
-        lua_pushfstring(L, "%s: the call's database writes were rolled back: %s", pstDb->strPath.c_str(), pcWhy);
+    if (bKeepWhy) {
+        tls_strWhy.assign(pstDb->strPath).append(": the call's database writes were rolled back: ").append(pcWhy);
     }
     RollBack(pstDb);
     return false;
 }
 
-/* Opens the running call's unit on the object. */
+/* Opens the running call's unit on the object: deferred on the first run of a call, IMMEDIATE
+ * when it runs again. */
 uint32_t OpenCallUnit(EcmDb *pstDb)
 {
-    int iRc = RunUnitStmt(pstDb, UNIT_BEGIN);
+    int iRc = RunUnitStmt(pstDb, tls_bRunAgain ? UNIT_BEGIN_IMMEDIATE : UNIT_BEGIN);
     if (iRc != SQLITE_OK && (iRc & 0xFF) != SQLITE_BUSY) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         return ECM_ERR_SQL;  /* not kept: the next operation tries again */
     }
     pstDb->pNextInCall = tls_pCallUnits;
     tls_pCallUnits = pstDb;
+    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
     if (iRc != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         pstDb->eCallUnit = ECM_UNIT_BUSY;  /* the rest of the call fails at once instead of waiting again */
         return ECM_ERR_BUSY;
     }
-    pstDb->eCallUnit = ECM_UNIT_OPEN;
-    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->eCallUnit = tls_bRunAgain ? ECM_UNIT_LOCKED : ECM_UNIT_OPEN;
     return ECM_OK;
 }
 
@@ -134,17 +144,46 @@ void Ecm_CallEnter(void *pState)
     tls_pCallState = pState;
 }
 
-bool Ecm_CallLeave(void *pState)
+/* Whether the running call lost the race for the write lock on one of its objects. */
+bool CallIsVoid()
 {
-    lua_State *L = static_cast<lua_State *>(pState);
+    for (EcmDb *pstDb = tls_pCallUnits; pstDb != nullptr; pstDb = pstDb->pNextInCall) {
+        if (pstDb->eCallUnit == ECM_UNIT_VOID) {
+            return true;
+        }
+    }
+    return false;
+}
+
+EcmCallEnd Ecm_CallLeave(const char **ppcWhy)
+{
+    tls_pCallState = nullptr;
+    if (CallIsVoid()) {
+        RollBackLeftUnits();
+        tls_bRunAgain = true;
+        return ECM_CALL_AGAIN;
+    }
+    tls_bRunAgain = false;
     bool bOk = true;
     while (tls_pCallUnits != nullptr) {
         EcmDb *pstDb = tls_pCallUnits;
         tls_pCallUnits = pstDb->pNextInCall;
-        bOk = Commit(pstDb, L, bOk) && bOk;
+        bOk = Commit(pstDb, bOk) && bOk;
     }
-    tls_pCallState = nullptr;
-    return bOk;
+    *ppcWhy = bOk ? nullptr : tls_strWhy.c_str();
+    return bOk ? ECM_CALL_DONE : ECM_CALL_FAILED;
+}
+
+uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet)
+{
+    if (uiRet != ECM_ERR_BUSY || pstDb->eCallUnit != ECM_UNIT_OPEN) {
+        return uiRet;
+    }
+    /* A write that found the lock taken after the call had read answers at once: the call runs
+     * again. One that came first in its unit has waited the whole busy timeout already. */
+    bool bHadRead = sqlite3_txn_state(pstDb->pDb, "main") == SQLITE_TXN_READ;
+    pstDb->eCallUnit = bHadRead ? ECM_UNIT_VOID : ECM_UNIT_BUSY;
+    return uiRet;
 }
 
 uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
@@ -153,8 +192,10 @@ uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
         return ECM_OK;
     }
     switch (pstDb->eCallUnit) {
-        case ECM_UNIT_OPEN: return InTransaction(pstDb) ? ECM_OK : ECM_ERR_SQL;  /* lost to an I/O error */
-        case ECM_UNIT_BUSY: return ECM_ERR_BUSY;
+        case ECM_UNIT_OPEN:
+        case ECM_UNIT_LOCKED: return InTransaction(pstDb) ? ECM_OK : ECM_ERR_SQL;  /* lost to an I/O error */
+        case ECM_UNIT_BUSY:
+        case ECM_UNIT_VOID: return ECM_ERR_BUSY;
         case ECM_UNIT_NONE: break;
     }
     if (pstDb->uiOuterDepth != 0 || InTransaction(pstDb)) {

@@ -15,8 +15,13 @@ extern std::atomic<uint32_t> g_uiEcmOpenCallUnits;
 /* A call begins: rolls back what an earlier call on this thread left open because it raised a
  * script error before it could end. */
 void Ecm_CallEnter(void *pState);
-/* A call returned: commits the units it opened. On a failed commit the unit is rolled back, a
- * message naming the database is pushed, and the answer is false (the caller raises it). */
-bool Ecm_CallLeave(void *pState);
+enum EcmCallEnd {
+    ECM_CALL_DONE,      /* the call's units are committed */
+    ECM_CALL_FAILED,    /* a commit failed: the call's units are rolled back; raise *ppcWhy */
+    ECM_CALL_AGAIN,     /* another writer came first: the units are rolled back; run the call again */
+};
+/* A call returned: commits the units it opened, or says why it could not. A call run again
+ * after ECM_CALL_AGAIN holds the write lock from its first operation, so it is never asked again. */
+EcmCallEnd Ecm_CallLeave(const char **ppcWhy);
 
 #endif

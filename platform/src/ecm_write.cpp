@@ -106,6 +106,9 @@ uint32_t StepWrite(EcmDb *pstDb, sqlite3_stmt *pStmt, bool bMustChange)
         return (bMustChange && sqlite3_changes(pstDb->pDb) == 0) ? ECM_ERR_NOTFOUND : ECM_OK;
     }
     pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+    if ((iRc & 0xFF) == SQLITE_BUSY) {
+        return ECM_ERR_BUSY;
+    }
     return (iRc == SQLITE_CONSTRAINT) ? ECM_ERR_EXISTS : ECM_ERR_SQL;
 }
 
@@ -245,7 +248,7 @@ uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t u
     } else if (ulBase + uiCount > UINT32_MAX) {
         uiRet = ECM_ERR_RANGE;
     } else if (!StoreIndexLast(pstDb, pstTable->uiTableId, ulBase + uiCount)) {
-        uiRet = ECM_ERR_SQL;
+        uiRet = (sqlite3_errcode(pstDb->pDb) & 0xFF) == SQLITE_BUSY ? ECM_ERR_BUSY : ECM_ERR_SQL;
     }
     if (uiRet != ECM_OK || !RunFixed(pstDb, bAlone ? "COMMIT" : "RELEASE ecm_index")) {
         RunFixed(pstDb, bAlone ? "ROLLBACK" : "ROLLBACK TO ecm_index");

@@ -74,22 +74,42 @@ inline void ReserveOne(lua_State *L)
     }
 }
 
+/* Raises why a call's database work could not be committed. */
+[[noreturn]] void RaiseCallFailure(lua_State *L, const char *pcWhy)
+{
+    lua_pushstring(L, pcWhy);
+    lua_error(L);
+    __builtin_unreachable();
+}
+
 /* Calls the script function stored as the closure's upvalue; its count names the results. The
- * database learns where the call begins and ends, so that the call's writes are one unit. */
+ * database learns where the call begins and ends, so that the call's writes are one unit; a call
+ * whose unit lost the race for the write lock is run once more on its own arguments. */
 int CallScriptFunction(lua_State *L)
 {
     SYSDT_SPT_FUNC pfFunc;
     void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
     std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
-    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0) {
+    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) == 0) {
+        uint32_t uiResults = pfFunc(L);
+        int iTop = lua_gettop(L);
+        return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+    }
+    int iArgs = lua_gettop(L);
+    for (;;) {
         Ecm_CallEnter(L);
+        uint32_t uiResults = pfFunc(L);
+        const char *pcWhy = nullptr;
+        EcmCallEnd eEnd = Ecm_CallLeave(&pcWhy);
+        if (eEnd == ECM_CALL_FAILED) {
+            RaiseCallFailure(L, pcWhy);
+        }
+        if (eEnd == ECM_CALL_DONE) {
+            int iTop = lua_gettop(L);
+            return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+        }
+        lua_settop(L, iArgs);  /* the void run's results go; the arguments stay for the next run */
     }
-    uint32_t uiResults = pfFunc(L);
-    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {
-        return lua_error(L);
-    }
-    int iTop = lua_gettop(L);
-    return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
 }
 
 void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
