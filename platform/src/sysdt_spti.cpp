@@ -1,13 +1,13 @@
-/* Script-stack services of the platform stand-in over a Lua 5.4 engine.
+/* Script-stack services of the platform stand-in over a Lua engine (5.1, 5.3, 5.4 or LuaJIT 2.1).
  * Uses only the public Lua C API: an application could have written every line of it. */
 #include "sysdt_spti.h"
-
-#include <lua.hpp>
 
 #include <cmath>
 #include <cstring>
 
 #include "ecm_unit.h"
+#include "sysdt_lua.h"
+#include "sysdt_spti_bind.h"
 
 namespace {
 
@@ -136,12 +136,14 @@ extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
     if (iPos == 0 || lua_type(L, iPos) != LUA_TNUMBER) {
         return 0;
     }
+#if SYSDT_LUA_INTEGERS
     int iIsInteger = 0;
     lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);  /* a number: no string conversion */
     if (iIsInteger != 0) {
         return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
     }
-    return FloatToUInt(lua_tonumberx(L, iPos, nullptr));
+#endif
+    return FloatToUInt(lua_tonumber(L, iPos));
 }
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
@@ -165,7 +167,7 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
     if (TypeAt(pState, iPos) != LUA_TTABLE) {
         return 0;
     }
-    return static_cast<uint32_t>(lua_rawlen(AsLua(pState), iPos));
+    return static_cast<uint32_t>(SysdtLua_RawLen(AsLua(pState), iPos));
 }
 
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
@@ -259,4 +261,30 @@ extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_S
         lua_setglobal(L, pcLib);
     }
     return 0;
+}
+
+/* ---- the database object bound to an engine ---- */
+
+namespace {
+char g_cBindKey;  /* its address is the registry key of the bound object */
+}
+
+void *SysdtSpti_BoundObj(void *pState)
+{
+    lua_State *L = AsLua(pState);
+    SysdtLua_RegistryGetP(L, &g_cBindKey);
+    void *pObj = lua_touserdata(L, -1);
+    lua_pop(L, 1);
+    return pObj;
+}
+
+void SysdtSpti_SetBoundObj(void *pState, void *pObj)
+{
+    lua_State *L = AsLua(pState);
+    if (pObj != nullptr) {
+        lua_pushlightuserdata(L, pObj);
+    } else {
+        lua_pushnil(L);
+    }
+    SysdtLua_RegistrySetP(L, &g_cBindKey);
 }
