@@ -13,6 +13,14 @@
 #define LUA_OK 0
 #endif
 
+/* The engine's name and version, for reports. */
+#ifdef LUA_JITLIBNAME
+#include <luajit.h>
+#define SYSDT_LUA_ENGINE LUAJIT_VERSION
+#else
+#define SYSDT_LUA_ENGINE LUA_RELEASE
+#endif
+
 /* 1 when the engine has an integer subtype beside its floats (5.3, 5.4); 0 when every number is a
  * double (5.1, LuaJIT). */
 #if LUA_VERSION_NUM >= 503
