@@ -1,8 +1,16 @@
 /* Script-stack services of the platform stand-in over a Lua engine (5.1, 5.3, 5.4 or LuaJIT 2.1).
- * Uses only the public Lua C API: an application could have written every line of it. */
+ * Uses only the public Lua C API: an application could have written every line of it.
+ *
+ * A script function does not receive the engine's state itself but its call frame: a small record
+ * on the C stack of the call that holds the state, the exact stack top, how far the stack is known
+ * to reach and, when known, the type of the top value. Every operation keeps the record exact by
+ * its documented effect on the stack, so positions are checked and room is ensured without asking
+ * the engine. The handle is the frame's address with its low bit set; a state handed in directly
+ * (an engine's own pointer, always aligned) is served by asking the engine for the top instead. */
 #include "sysdt_spti.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "ecm_unit.h"
@@ -11,40 +19,107 @@
 
 namespace {
 
-lua_State *AsLua(void *pState)
+/* ---- frames ---- */
+
+struct CallFrame {
+    lua_State *L;
+    int iTop;       /* number of values on the stack */
+    int iRoom;      /* positions up to here exist in the stack */
+    int iTopType;   /* type of the value at iTop, or LUA_TNONE when not known */
+};
+
+constexpr uintptr_t kFrameTag = 1;
+constexpr int kGrowStep = 64;
+
+void *FrameHandle(CallFrame *pstFrame)
 {
-    return static_cast<lua_State *>(pState);
+    return reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(pstFrame) | kFrameTag);
 }
 
-/* Lua guarantees LUA_MINSTACK slots above the base of every C frame (and of a fresh state) and
- * never shrinks a frame, so positions 1..LUA_MINSTACK are always acceptable indices: lua_type
- * answers LUA_TNONE past the top without a separate look at the top. */
-constexpr int kAlwaysAcceptable = LUA_MINSTACK;
-
-/* Positive position of a value on the stack, or 0 when iPos names none (0, or beyond the top). */
-int AbsStackPos(lua_State *L, int32_t iPos)
-{
-    int iTop = lua_gettop(L);
-    if (iPos < 0) {
-        return -iPos <= iTop ? iTop + 1 + iPos : 0;
+/* The frame behind a handle: the call's own, or one read from the engine for a bare state. Lua
+ * guarantees LUA_MINSTACK free slots above the top of a fresh state and of every C call. */
+class Stack {
+public:
+    explicit Stack(void *pState)
+    {
+        auto uiHandle = reinterpret_cast<uintptr_t>(pState);
+        if ((uiHandle & kFrameTag) != 0) {
+            m_pstFrame = reinterpret_cast<CallFrame *>(uiHandle & ~kFrameTag);
+            return;
+        }
+        lua_State *L = static_cast<lua_State *>(pState);
+        int iTop = lua_gettop(L);
+        m_stBare = {L, iTop, iTop < LUA_MINSTACK ? LUA_MINSTACK : iTop, LUA_TNONE};
+        m_pstFrame = &m_stBare;
     }
-    return iPos <= iTop ? iPos : 0;
-}
+    Stack(const Stack &) = delete;
+    Stack &operator=(const Stack &) = delete;
 
-/* Out of line so that the common case below needs no frame of its own. */
-[[gnu::noinline]] int TypeAtAnyPos(lua_State *L, int32_t iPos)
-{
-    int iAbs = AbsStackPos(L, iPos);
-    return iAbs != 0 ? lua_type(L, iAbs) : LUA_TNONE;
-}
+    lua_State *L() const { return m_pstFrame->L; }
+    int Top() const { return m_pstFrame->iTop; }
 
-inline int TypeAt(void *pState, int32_t iPos)
-{
-    lua_State *L = AsLua(pState);
-    if (L != nullptr && iPos > 0 && iPos <= kAlwaysAcceptable) {
-        return lua_type(L, iPos);
+    /* Positive position of the value iPos names, or 0 when it names none. */
+    int Abs(int32_t iPos) const
+    {
+        int iTop = m_pstFrame->iTop;
+        if (iPos < 0) {
+            return -iPos <= iTop ? iTop + 1 + iPos : 0;
+        }
+        return iPos <= iTop ? iPos : 0;
     }
-    return L != nullptr ? TypeAtAnyPos(L, iPos) : LUA_TNONE;
+
+    int TypeAt(int iAbs) const
+    {
+        if (iAbs == 0) {
+            return LUA_TNONE;
+        }
+        if (iAbs == m_pstFrame->iTop && m_pstFrame->iTopType != LUA_TNONE) {
+            return m_pstFrame->iTopType;
+        }
+        return lua_type(m_pstFrame->L, iAbs);
+    }
+
+    /* Before a push: makes room for one more value, raising a script error rather than writing past
+     * the stack when it cannot grow. */
+    void RoomForOne()
+    {
+        if (m_pstFrame->iTop >= m_pstFrame->iRoom) {
+            Grow();
+        }
+    }
+
+    /* After the stack changed by iDelta values; iTopType is the new top's type when known. */
+    void Moved(int iDelta, int iTopType)
+    {
+        m_pstFrame->iTop += iDelta;
+        m_pstFrame->iTopType = iTopType;
+    }
+
+private:
+    [[gnu::noinline]] void Grow()
+    {
+        if (lua_checkstack(m_pstFrame->L, kGrowStep) == 0) {
+            luaL_error(m_pstFrame->L, "stack overflow (script stack overflow)");
+        }
+        m_pstFrame->iRoom = m_pstFrame->iTop + kGrowStep;
+    }
+
+    CallFrame *m_pstFrame;
+    CallFrame m_stBare;
+};
+
+/* The call's frame behind a handle, or null for a bare state. */
+inline CallFrame *FrameOf(void *pState)
+{
+    auto uiHandle = reinterpret_cast<uintptr_t>(pState);
+    return (uiHandle & kFrameTag) != 0 ? reinterpret_cast<CallFrame *>(uiHandle & ~kFrameTag) : nullptr;
+}
+
+lua_State *StateOf(void *pState)
+{
+    auto uiHandle = reinterpret_cast<uintptr_t>(pState);
+    return (uiHandle & kFrameTag) != 0 ? reinterpret_cast<CallFrame *>(uiHandle & ~kFrameTag)->L
+                                       : static_cast<lua_State *>(pState);
 }
 
 /* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
@@ -58,24 +133,35 @@ uint32_t FloatToUInt(lua_Number dValue)
     return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
 }
 
-/* Makes room for one more value; raises a script error rather than writing past the stack
- * when it cannot grow. Below LUA_MINSTACK values the room is guaranteed and costs one look. */
-[[gnu::noinline]] void GrowForOne(lua_State *L)
+/* The number at iAbs as 32 bits: integers keep their low bits, floats go through FloatToUInt. */
+uint32_t NumberToUInt(lua_State *L, int iAbs)
 {
-    if (lua_checkstack(L, 1) == 0) {
-        luaL_error(L, "stack overflow (script stack overflow)");
+#if SYSDT_LUA_INTEGERS
+    int iIsInteger = 0;
+    lua_Integer llValue = lua_tointegerx(L, iAbs, &iIsInteger);
+    if (iIsInteger != 0) {
+        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
     }
+#endif
+    return FloatToUInt(lua_tonumber(L, iAbs));
 }
 
-inline void ReserveOne(lua_State *L)
+/* lua_gettable answers the type of what it pushed from 5.3 on; older engines leave it unknown. */
+int GetTableAndType(lua_State *L, int iPos)
 {
-    if (lua_gettop(L) >= kAlwaysAcceptable) {
-        GrowForOne(L);
-    }
+#if LUA_VERSION_NUM >= 503
+    return lua_gettable(L, iPos);
+#else
+    lua_gettable(L, iPos);
+    return LUA_TNONE;
+#endif
 }
 
-/* Calls the script function stored as the closure's upvalue; its count names the results. The
- * database learns where the call begins and ends, so that the call's writes are one unit. */
+/* ---- calling script functions ---- */
+
+/* Calls the script function stored as the closure's upvalue with a frame of this call; its count
+ * names the results. The database learns where the call begins and ends, so that the call's
+ * writes are one unit. */
 int CallScriptFunction(lua_State *L)
 {
     SYSDT_SPT_FUNC pfFunc;
@@ -84,11 +170,13 @@ int CallScriptFunction(lua_State *L)
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0) {
         Ecm_CallEnter(L);
     }
-    uint32_t uiResults = pfFunc(L);
+    int iArgs = lua_gettop(L);
+    CallFrame stFrame{L, iArgs, iArgs + LUA_MINSTACK, LUA_TNONE};
+    uint32_t uiResults = pfFunc(FrameHandle(&stFrame));
+    int iTop = stFrame.iTop;
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {
         return lua_error(L);
     }
-    int iTop = lua_gettop(L);
     return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
 }
 
@@ -106,142 +194,254 @@ void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
 
 extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 {
-    return pState != nullptr ? lua_gettop(AsLua(pState)) : 0;
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr) {
+        return pstFrame->iTop;
+    }
+    return pState != nullptr ? lua_gettop(static_cast<lua_State *>(pState)) : 0;
+}
+
+[[gnu::noinline]] static int TypeOnStack(void *pState, int32_t iPos)
+{
+    if (pState == nullptr) {
+        return LUA_TNONE;
+    }
+    Stack stack(pState);
+    return stack.TypeAt(stack.Abs(iPos));
+}
+
+/* Type of the value at a position; arguments (positive positions) of a call are asked directly. */
+static inline int TypeAtPos(void *pState, int32_t iPos)
+{
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop) {
+        return lua_type(pstFrame->L, iPos);
+    }
+    return TypeOnStack(pState, iPos);
 }
 
 extern "C" int32_t SYSDT_SPTI_IsNumber(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TNUMBER;
+    return TypeAtPos(pState, iPos) == LUA_TNUMBER;
 }
 
 extern "C" int32_t SYSDT_SPTI_IsString(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TSTRING;
+    return TypeAtPos(pState, iPos) == LUA_TSTRING;
 }
 
 extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TBOOLEAN;
+    return TypeAtPos(pState, iPos) == LUA_TBOOLEAN;
+}
+
+[[gnu::noinline]] static uint32_t ToUIntOnStack(void *pState, int32_t iPos)
+{
+    if (pState == nullptr) {
+        return 0;
+    }
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    return stack.TypeAt(iAbs) == LUA_TNUMBER ? NumberToUInt(stack.L(), iAbs) : 0;  /* never a string */
 }
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 {
-    lua_State *L = AsLua(pState);
-    if (L == nullptr) {
-        return 0;
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && iPos == -1 && pstFrame->iTop > 0 && pstFrame->iTopType == LUA_TNUMBER) {
+        return NumberToUInt(pstFrame->L, -1);          /* an element just read: its type is known */
     }
-    if (iPos <= 0 || iPos > kAlwaysAcceptable) {   /* most reads are of -1, just pushed */
-        iPos = AbsStackPos(L, iPos);
-    }
-    if (iPos == 0 || lua_type(L, iPos) != LUA_TNUMBER) {
-        return 0;
-    }
-#if SYSDT_LUA_INTEGERS
-    int iIsInteger = 0;
-    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);  /* a number: no string conversion */
-    if (iIsInteger != 0) {
-        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
-    }
-#endif
-    return FloatToUInt(lua_tonumber(L, iPos));
+    return ToUIntOnStack(pState, iPos);
 }
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TSTRING) {
+    if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
-    return lua_tolstring(AsLua(pState), iPos, nullptr);
+    return lua_tolstring(StateOf(pState), iPos, nullptr);
 }
 
 extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) == LUA_TNONE) {
+    if (pState == nullptr) {
         return 0;
     }
-    return lua_toboolean(AsLua(pState), iPos);
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    return iAbs != 0 ? lua_toboolean(stack.L(), iAbs) : 0;
 }
 
 extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TTABLE) {
+    if (pState == nullptr) {
         return 0;
     }
-    return static_cast<uint32_t>(SysdtLua_RawLen(AsLua(pState), iPos));
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.TypeAt(iAbs) != LUA_TTABLE) {
+        return 0;
+    }
+    return static_cast<uint32_t>(SysdtLua_RawLen(stack.L(), iAbs));
+}
+
+/* Replaces the key on top by the element of the table at iPos; nothing without a key. */
+[[gnu::noinline]] static void GetTableOnStack(void *pState, int32_t iPos)
+{
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 1 || iAbs == 0) {
+        return;
+    }
+    stack.Moved(0, GetTableAndType(stack.L(), iAbs));
 }
 
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
-    lua_gettable(AsLua(pState), iPos);
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop) {
+        pstFrame->iTopType = GetTableAndType(pstFrame->L, iPos);
+        return;
+    }
+    GetTableOnStack(pState, iPos);
+}
+
+[[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
+{
+    if (pState == nullptr || iCount <= 0) {
+        return;
+    }
+    Stack stack(pState);
+    int iDrop = iCount < stack.Top() ? iCount : stack.Top();
+    lua_settop(stack.L(), -iDrop - 1);
+    stack.Moved(-iDrop, LUA_TNONE);
 }
 
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
-    if (iCount <= 0) {
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop) {
+        pstFrame->iTop -= iCount;
+        pstFrame->iTopType = LUA_TNONE;
+        lua_settop(pstFrame->L, -iCount - 1);
         return;
     }
-    lua_State *L = AsLua(pState);
-    int iTop = lua_gettop(L);
-    lua_settop(L, iCount < iTop ? iTop - iCount : 0);
+    PopOnStack(pState, iCount);
 }
 
 /* ---- pushing and storing ---- */
 
+[[gnu::noinline]] static void PushUIntOnStack(void *pState, uint32_t uiValue)
+{
+    Stack stack(pState);
+    stack.RoomForOne();
+    lua_pushinteger(stack.L(), static_cast<lua_Integer>(uiValue));
+    stack.Moved(1, LUA_TNUMBER);
+}
+
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushinteger(L, static_cast<lua_Integer>(uiValue));
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        pstFrame->iTop++;
+        pstFrame->iTopType = LUA_TNUMBER;
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(uiValue));
+        return;
+    }
+    PushUIntOnStack(pState, uiValue);
 }
 
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushinteger(L, static_cast<lua_Integer>(iValue));
+    Stack stack(pState);
+    stack.RoomForOne();
+    lua_pushinteger(stack.L(), static_cast<lua_Integer>(iValue));
+    stack.Moved(1, LUA_TNUMBER);
 }
 
 /* Pushes exactly uiLen bytes, zero bytes included; a null text pushes nil. */
 extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
+    Stack stack(pState);
+    stack.RoomForOne();
     if (pcText == nullptr) {
-        lua_pushnil(L);
+        lua_pushnil(stack.L());
+        stack.Moved(1, LUA_TNIL);
         return;
     }
-    lua_pushlstring(L, pcText, uiLen);
+    lua_pushlstring(stack.L(), pcText, uiLen);
+    stack.Moved(1, LUA_TSTRING);
+}
+
+[[gnu::noinline]] static void PushNilOnStack(void *pState)
+{
+    Stack stack(pState);
+    stack.RoomForOne();
+    lua_pushnil(stack.L());
+    stack.Moved(1, LUA_TNIL);
 }
 
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushnil(L);
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        pstFrame->iTop++;
+        pstFrame->iTopType = LUA_TNIL;
+        lua_pushnil(pstFrame->L);
+        return;
+    }
+    PushNilOnStack(pState);
 }
 
 extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_createtable(L, iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
+    Stack stack(pState);
+    stack.RoomForOne();
+    lua_createtable(stack.L(), iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
+    stack.Moved(1, LUA_TTABLE);
+}
+
+/* Stores the value on top under the key below it in the table at iPos; nothing without both. */
+[[gnu::noinline]] static void SetTableOnStack(void *pState, int32_t iPos)
+{
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 2 || iAbs == 0) {
+        return;
+    }
+    lua_settable(stack.L(), iAbs);
+    stack.Moved(-2, LUA_TNONE);
 }
 
 extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
-    lua_settable(AsLua(pState), iPos);
+    CallFrame *pstFrame = FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
+        pstFrame->iTop -= 2;
+        pstFrame->iTopType = LUA_TNONE;
+        lua_settable(pstFrame->L, iPos);
+        return;
+    }
+    SetTableOnStack(pState, iPos);
 }
 
+/* Stores the value on top under the name in the table at iPos; nothing without a value. */
 extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName)
 {
-    lua_setfield(AsLua(pState), iPos, pcName);
+    Stack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 1 || iAbs == 0) {
+        return;
+    }
+    lua_setfield(stack.L(), iAbs, pcName);
+    stack.Moved(-1, LUA_TNONE);
 }
 
 /* ---- library registration ---- */
 
 extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
 {
-    lua_State *L = AsLua(pState);
+    lua_State *L = StateOf(pState);
     int iCount = 0;
     while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
         iCount++;
@@ -269,9 +469,12 @@ namespace {
 char g_cBindKey;  /* its address is the registry key of the bound object */
 }
 
+/* Looks the object up with one value pushed and popped again: the frame's record stays exact. */
 void *SysdtSpti_BoundObj(void *pState)
 {
-    lua_State *L = AsLua(pState);
+    Stack stack(pState);
+    stack.RoomForOne();
+    lua_State *L = stack.L();
     SysdtLua_RegistryGetP(L, &g_cBindKey);
     void *pObj = lua_touserdata(L, -1);
     lua_pop(L, 1);
@@ -280,7 +483,8 @@ void *SysdtSpti_BoundObj(void *pState)
 
 void SysdtSpti_SetBoundObj(void *pState, void *pObj)
 {
-    lua_State *L = AsLua(pState);
+    lua_State *L = StateOf(pState);
+    luaL_checkstack(L, 2, "script stack overflow");
     if (pObj != nullptr) {
         lua_pushlightuserdata(L, pObj);
     } else {
