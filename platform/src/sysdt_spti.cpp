@@ -9,9 +9,12 @@
  * (an engine's own pointer, always aligned) is served by asking the engine for the top instead. */
 #include "sysdt_spti.h"
 
-#include <cmath>
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
+#include <utility>
 
 #include "ecm_unit.h"
 #include "sysdt_lua.h"
@@ -26,6 +29,8 @@ struct CallFrame {
     int iTop;       /* number of values on the stack */
     int iRoom;      /* positions up to here exist in the stack */
     int iTopType;   /* type of the value at iTop, or LUA_TNONE when not known */
+    bool bTopRead;  /* the value at iTop is a number and uiTopValue is what ToUInt answers for it */
+    uint32_t uiTopValue;
 };
 
 constexpr uintptr_t kFrameTag = 1;
@@ -49,7 +54,7 @@ public:
         }
         lua_State *L = static_cast<lua_State *>(pState);
         int iTop = lua_gettop(L);
-        m_stBare = {L, iTop, iTop < LUA_MINSTACK ? LUA_MINSTACK : iTop, LUA_TNONE};
+        m_stBare = {L, iTop, iTop < LUA_MINSTACK ? LUA_MINSTACK : iTop, LUA_TNONE, false, 0};
         m_pstFrame = &m_stBare;
     }
     Stack(const Stack &) = delete;
@@ -93,6 +98,7 @@ public:
     {
         m_pstFrame->iTop += iDelta;
         m_pstFrame->iTopType = iTopType;
+        m_pstFrame->bTopRead = false;
     }
 
 private:
@@ -129,7 +135,7 @@ uint32_t FloatToUInt(lua_Number dValue)
     if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
         return 0;
     }
-    auto llWhole = static_cast<long long>(std::trunc(dValue));
+    auto llWhole = static_cast<long long>(dValue);     /* the conversion itself cuts toward zero */
     return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
 }
 
@@ -146,32 +152,28 @@ uint32_t NumberToUInt(lua_State *L, int iAbs)
     return FloatToUInt(lua_tonumber(L, iAbs));
 }
 
-/* lua_gettable answers the type of what it pushed from 5.3 on; older engines leave it unknown. */
+/* lua_gettable answers the type of what it pushed from 5.3 on; older engines are asked. */
 int GetTableAndType(lua_State *L, int iPos)
 {
 #if LUA_VERSION_NUM >= 503
     return lua_gettable(L, iPos);
 #else
     lua_gettable(L, iPos);
-    return LUA_TNONE;
+    return lua_type(L, -1);
 #endif
 }
 
 /* ---- calling script functions ---- */
 
-/* Calls the script function stored as the closure's upvalue with a frame of this call; its count
- * names the results. The database learns where the call begins and ends, so that the call's
- * writes are one unit. */
-int CallScriptFunction(lua_State *L)
+/* Runs a script function with a frame of this call; its count names the results. The database
+ * learns where the call begins and ends, so that the call's writes are one unit. */
+inline int RunScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
 {
-    SYSDT_SPT_FUNC pfFunc;
-    void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
-    std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0) {
         Ecm_CallEnter(L);
     }
     int iArgs = lua_gettop(L);
-    CallFrame stFrame{L, iArgs, iArgs + LUA_MINSTACK, LUA_TNONE};
+    CallFrame stFrame{L, iArgs, iArgs + LUA_MINSTACK, LUA_TNONE, false, 0};
     uint32_t uiResults = pfFunc(FrameHandle(&stFrame));
     int iTop = stFrame.iTop;
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {
@@ -180,12 +182,73 @@ int CallScriptFunction(lua_State *L)
     return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
 }
 
+/* A script function the engine calls directly: entry N runs the function of slot N. Slots are
+ * taken at registration, one per distinct function over the process, and never given back; the
+ * engine then calls a plain C function, as for any function a library registers, with no
+ * upvalue to look up. When every slot is taken, a function is registered as a closure instead. */
+constexpr int kDirectSlots = 64;
+std::atomic<SYSDT_SPT_FUNC> g_apfDirect[kDirectSlots];
+std::mutex g_mtxDirect;
+
+template <int N>
+int CallDirect(lua_State *L)
+{
+    return RunScriptFunction(L, g_apfDirect[N].load(std::memory_order_acquire));
+}
+
+template <int... N>
+constexpr std::array<lua_CFunction, sizeof...(N)> DirectEntries(std::integer_sequence<int, N...>)
+{
+    return {CallDirect<N>...};
+}
+
+constexpr std::array<lua_CFunction, kDirectSlots> g_apfnDirectEntries =
+    DirectEntries(std::make_integer_sequence<int, kDirectSlots>{});
+
+/* The direct entry of pfFunc: the slot that already holds it, else a free one; null when full. */
+lua_CFunction DirectEntryOf(SYSDT_SPT_FUNC pfFunc)
+{
+    std::lock_guard<std::mutex> lock(g_mtxDirect);
+    for (int i = 0; i < kDirectSlots; i++) {
+        SYSDT_SPT_FUNC pfSlot = g_apfDirect[i].load(std::memory_order_relaxed);
+        if (pfSlot == nullptr) {
+            g_apfDirect[i].store(pfFunc, std::memory_order_release);
+            return g_apfnDirectEntries[i];
+        }
+        if (pfSlot == pfFunc) {
+            return g_apfnDirectEntries[i];
+        }
+    }
+    return nullptr;
+}
+
+/* Calls the script function stored as the closure's upvalue. */
+int CallClosure(lua_State *L)
+{
+    SYSDT_SPT_FUNC pfFunc;
+    void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
+    std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
+    return RunScriptFunction(L, pfFunc);
+}
+
 void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
 {
     static_assert(sizeof(void *) == sizeof(SYSDT_SPT_FUNC), "function pointers fit a light userdata");
     void *pRaw;
     std::memcpy(&pRaw, &pfFunc, sizeof pRaw);
     return pRaw;
+}
+
+/* Pushes the script function as the engine will call it. */
+void PushScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
+{
+    lua_CFunction pfnDirect = DirectEntryOf(pfFunc);
+    if (pfnDirect != nullptr) {
+        lua_pushcfunction(L, pfnDirect);
+        return;
+    }
+    lua_pushlightuserdata(L, FunctionAsPointer(pfFunc));
+    lua_pushcclosure(L, CallClosure, 1);
 }
 
 }  // namespace
@@ -248,8 +311,12 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 {
     CallFrame *pstFrame = FrameOf(pState);
-    if (pstFrame != nullptr && iPos == -1 && pstFrame->iTop > 0 && pstFrame->iTopType == LUA_TNUMBER) {
-        return NumberToUInt(pstFrame->L, -1);          /* an element just read: its type is known */
+    if (pstFrame != nullptr && iPos == -1 && pstFrame->iTop > 0) {     /* the element just read */
+        if (pstFrame->bTopRead) {
+            return pstFrame->uiTopValue;
+        }
+        int iType = pstFrame->iTopType != LUA_TNONE ? pstFrame->iTopType : lua_type(pstFrame->L, -1);
+        return iType == LUA_TNUMBER ? NumberToUInt(pstFrame->L, -1) : 0;
     }
     return ToUIntOnStack(pState, iPos);
 }
@@ -300,7 +367,12 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     CallFrame *pstFrame = FrameOf(pState);
     if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop) {
-        pstFrame->iTopType = GetTableAndType(pstFrame->L, iPos);
+        int iType = GetTableAndType(pstFrame->L, iPos);
+        pstFrame->iTopType = iType;
+        pstFrame->bTopRead = iType == LUA_TNUMBER;       /* read now: ToUInt(-1) comes next */
+        if (iType == LUA_TNUMBER) {
+            pstFrame->uiTopValue = NumberToUInt(pstFrame->L, -1);
+        }
         return;
     }
     GetTableOnStack(pState, iPos);
@@ -323,6 +395,7 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
     if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop) {
         pstFrame->iTop -= iCount;
         pstFrame->iTopType = LUA_TNONE;
+        pstFrame->bTopRead = false;
         lua_settop(pstFrame->L, -iCount - 1);
         return;
     }
@@ -345,6 +418,8 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
         pstFrame->iTop++;
         pstFrame->iTopType = LUA_TNUMBER;
+        pstFrame->bTopRead = true;
+        pstFrame->uiTopValue = uiValue;
         lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(uiValue));
         return;
     }
@@ -387,6 +462,7 @@ extern "C" void SYSDT_SPTI_PushNil(void *pState)
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
         pstFrame->iTop++;
         pstFrame->iTopType = LUA_TNIL;
+        pstFrame->bTopRead = false;
         lua_pushnil(pstFrame->L);
         return;
     }
@@ -419,6 +495,7 @@ extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
     if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
         pstFrame->iTop -= 2;
         pstFrame->iTopType = LUA_TNONE;
+        pstFrame->bTopRead = false;
         lua_settable(pstFrame->L, iPos);
         return;
     }
@@ -452,8 +529,7 @@ extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_S
         if (pstTable[i].pcName == nullptr || pstTable[i].pfFunc == nullptr) {
             continue;  /* half an entry registers nothing */
         }
-        lua_pushlightuserdata(L, FunctionAsPointer(pstTable[i].pfFunc));
-        lua_pushcclosure(L, CallScriptFunction, 1);
+        PushScriptFunction(L, pstTable[i].pfFunc);
         lua_setfield(L, -2, pstTable[i].pcName);
     }
     if (pcLib != nullptr) {
