@@ -4,7 +4,8 @@
  *
  * Each operation has a short path for the frame of a script call (sysdt_spti_frame.h), which ends
  * in at most one call into the engine, and a general path for everything else. The short paths
- * follow the per-element table protocol of the module: push a key, get, read the element, pop. */
+ * serve the per-element table protocol: push a key, get, read the element, pop; push a key and a
+ * value, set. */
 #include "sysdt_spti.h"
 
 #include <cstdint>
@@ -48,46 +49,9 @@ int GetTableAndType(lua_State *L, int iPos)
 #endif
 }
 
-/* Whether the value at iPos is a table without a metatable, remembered for the frame until the
- * stack below it changes or an operation that may run script code comes: then reading an element
- * raw gives what reading it through the metatable would. */
-bool IsPlainTable(SysdtCallFrame *pstFrame, int iPos)
-{
-    if (pstFrame->iTableChecked != iPos) {
-        lua_State *L = pstFrame->L;
-        bool bPlain = false;
-        if (lua_type(L, iPos) == LUA_TTABLE) {
-            bPlain = lua_getmetatable(L, iPos) == 0;
-            if (!bPlain) {
-                lua_pop(L, 1);                          /* the metatable lua_getmetatable pushed */
-            }
-        }
-        pstFrame->iTableChecked = iPos;
-        pstFrame->bTablePlain = bPlain;
-    }
-    return pstFrame->bTablePlain;
-}
-
-/* The element under an integer key of a plain table, pushed; answers its type. */
-int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
-{
-#if LUA_VERSION_NUM >= 503
-    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
-#else
-    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
-    return lua_type(L, -1);
-#endif
-}
-
-/* Keys that every engine's lua_rawgeti takes (5.1 takes an int). */
-constexpr uint32_t kMaxRawKey = 0x7FFFFFFF;
-
 /* The element just fetched replaced the key on top; a number is read now, ToUInt(-1) comes next. */
 void NoteFetched(SysdtCallFrame *pstFrame, int iType)
 {
-    if (pstFrame->iTableChecked == pstFrame->iTop) {
-        pstFrame->iTableChecked = 0;
-    }
     pstFrame->iTopType = iType;
     pstFrame->bTopRead = iType == LUA_TNUMBER;
     if (iType == LUA_TNUMBER) {
@@ -121,7 +85,7 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 static inline int TypeAtPos(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos < pstFrame->iTop) {
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop) {
         return lua_type(pstFrame->L, iPos);
     }
     return TypeOnStack(pState, iPos);
@@ -200,27 +164,19 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
     if (stack.Top() < 1 || iAbs == 0) {
         return;
     }
-    stack.Moved(0, GetTableAndType(stack.L(), iAbs));
+    int iType = GetTableAndType(stack.L(), iAbs);
+    stack.Moved(0, iType);
+    NoteFetched(stack.Frame(), iType);
 }
 
-/* A pending key and a plain table: the element is fetched raw, without pushing the key. */
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame == nullptr || iPos <= 0 || iPos >= pstFrame->iTop) {
-        GetTableOnStack(pState, iPos);
+    if (pstFrame != nullptr && iPos > 0 && iPos < pstFrame->iTop) {
+        NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
         return;
     }
-    if (pstFrame->bKeyPending && pstFrame->uiTopValue <= kMaxRawKey && IsPlainTable(pstFrame, iPos)) {
-        pstFrame->bKeyPending = false;
-        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->uiTopValue));
-        return;
-    }
-    SysdtSpti_FlushKey(pstFrame);
-    if (pstFrame->bTablePlain) {
-        pstFrame->iTableChecked = 0;                   /* a metamethod may give that table one */
-    }
-    NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
+    GetTableOnStack(pState, iPos);
 }
 
 [[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
@@ -237,7 +193,7 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && !pstFrame->bKeyPending) {
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop) {
         SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
         lua_settop(pstFrame->L, -iCount - 1);
         return;
@@ -255,17 +211,15 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
     stack.Moved(1, LUA_TNUMBER);
 }
 
-/* In a call, the number waits in the frame until an operation needs it on the engine's stack. */
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        SysdtSpti_FlushKey(pstFrame);
         pstFrame->iTop++;
         pstFrame->iTopType = LUA_TNUMBER;
         pstFrame->bTopRead = true;
-        pstFrame->bKeyPending = true;
         pstFrame->uiTopValue = uiValue;
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(uiValue));
         return;
     }
     PushUIntOnStack(pState, uiValue);
@@ -305,7 +259,6 @@ extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        SysdtSpti_FlushKey(pstFrame);
         SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);
         lua_pushnil(pstFrame->L);
         return;
@@ -337,9 +290,7 @@ extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
-        SysdtSpti_FlushKey(pstFrame);
         SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
-        pstFrame->iTableChecked = 0;                   /* a metamethod may run script code */
         lua_settable(pstFrame->L, iPos);
         return;
     }

@@ -25,7 +25,6 @@ inline int RunScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
     int iArgs = lua_gettop(L);
     SysdtCallFrame stFrame = SysdtSpti_NewFrame(L, iArgs, iArgs + LUA_MINSTACK);
     uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
-    SysdtSpti_FlushKey(&stFrame);
     int iTop = stFrame.iTop;
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {
         return lua_error(L);
@@ -108,7 +107,7 @@ void PushScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
 
 extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
 {
-    SysdtStack stack(pState);                       /* a pending key goes onto the engine's stack */
+    SysdtStack stack(pState);
     stack.RoomForOne();
     lua_State *L = stack.L();
     int iCount = 0;

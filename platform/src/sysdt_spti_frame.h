@@ -5,9 +5,7 @@
  * A script function receives its frame's address with the low bit set; an engine's own state
  * pointer (always aligned) handed in by a host, a test or another module is a bare state, served by
  * asking the engine. Every operation on a frame keeps it exact by the operation's documented
- * effect. An integer pushed with PushUInt may stay in the frame (bKeyPending) until the next
- * operation needs it on the engine's stack: GetTable can then fetch the element under it without
- * pushing it first. */
+ * effect on the stack. */
 #ifndef SYSDT_SPTI_FRAME_H
 #define SYSDT_SPTI_FRAME_H
 
@@ -17,21 +15,18 @@
 
 struct SysdtCallFrame {
     lua_State *L;
-    int iTop;              /* number of values on the stack, a pending key included */
+    int iTop;              /* number of values on the stack */
     int iRoom;             /* positions up to here exist in the stack */
     int iTopType;          /* type of the value at iTop, or LUA_TNONE when not known */
     bool bTopRead;         /* the value at iTop is a number and uiTopValue is what ToUInt answers */
-    bool bKeyPending;      /* the value at iTop is uiTopValue, not yet pushed */
-    bool bTablePlain;      /* the table at iTableChecked has no metatable */
     uint32_t uiTopValue;
-    int iTableChecked;     /* position whose table was looked at for a metatable, or 0 */
 };
 
 constexpr uintptr_t kSysdtFrameTag = 1;
 
 inline SysdtCallFrame SysdtSpti_NewFrame(lua_State *L, int iTop, int iRoom)
 {
-    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, false, false, 0, 0};
+    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, 0};
 }
 
 inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
@@ -53,29 +48,16 @@ inline lua_State *SysdtSpti_StateOf(void *pState)
     return pstFrame != nullptr ? pstFrame->L : static_cast<lua_State *>(pState);
 }
 
-/* Puts a pending key on the engine's stack (its room was made when it was pushed). */
-inline void SysdtSpti_FlushKey(SysdtCallFrame *pstFrame)
-{
-    if (pstFrame->bKeyPending) {
-        pstFrame->bKeyPending = false;
-        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->uiTopValue));
-    }
-}
-
 /* After the stack changed by iDelta values; iTopType is the new top's type when known. */
 inline void SysdtSpti_Moved(SysdtCallFrame *pstFrame, int iDelta, int iTopType)
 {
     pstFrame->iTop += iDelta;
     pstFrame->iTopType = iTopType;
     pstFrame->bTopRead = false;
-    if (pstFrame->iTableChecked > pstFrame->iTop) {
-        pstFrame->iTableChecked = 0;
-    }
 }
 
-/* The frame behind any handle, for the general path of an operation: a call's frame with its
- * pending key pushed and its table knowledge dropped (the operation may run script code), or one
- * read from the engine for a bare state. Lua guarantees LUA_MINSTACK free slots above the top of
+/* The frame behind any handle, for the general path of an operation: a call's own, or one read
+ * from the engine for a bare state. Lua guarantees LUA_MINSTACK free slots above the top of
  * a fresh state and of every C call. */
 class SysdtStack {
 public:
@@ -83,8 +65,6 @@ public:
     {
         m_pstFrame = SysdtSpti_FrameOf(pState);
         if (m_pstFrame != nullptr) {
-            SysdtSpti_FlushKey(m_pstFrame);
-            m_pstFrame->iTableChecked = 0;
             return;
         }
         lua_State *L = static_cast<lua_State *>(pState);
@@ -97,6 +77,7 @@ public:
 
     lua_State *L() const { return m_pstFrame->L; }
     int Top() const { return m_pstFrame->iTop; }
+    SysdtCallFrame *Frame() const { return m_pstFrame; }
 
     /* Positive position of the value iPos names, or 0 when it names none. */
     int Abs(int32_t iPos) const
