@@ -215,10 +215,7 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        pstFrame->iTop++;
-        pstFrame->iTopType = LUA_TNUMBER;
-        pstFrame->bTopRead = true;
-        pstFrame->uiTopValue = uiValue;
+        SysdtSpti_Moved(pstFrame, 1, LUA_TNUMBER);
         lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(uiValue));
         return;
     }

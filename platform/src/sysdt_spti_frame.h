@@ -38,8 +38,14 @@ inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
 inline SysdtCallFrame *SysdtSpti_FrameOf(void *pState)
 {
     auto uiHandle = reinterpret_cast<uintptr_t>(pState);
-    return (uiHandle & kSysdtFrameTag) != 0 ? reinterpret_cast<SysdtCallFrame *>(uiHandle & ~kSysdtFrameTag)
-                                            : nullptr;
+    if ((uiHandle & kSysdtFrameTag) == 0) {
+        return nullptr;
+    }
+    auto *pstFrame = reinterpret_cast<SysdtCallFrame *>(uiHandle - kSysdtFrameTag);
+    if (pstFrame == nullptr) {
+        __builtin_unreachable();                        /* a tagged handle is a frame's address */
+    }
+    return pstFrame;
 }
 
 inline lua_State *SysdtSpti_StateOf(void *pState)
