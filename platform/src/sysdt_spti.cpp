@@ -59,6 +59,36 @@ void NoteFetched(SysdtCallFrame *pstFrame, int iType)
     }
 }
 
+/* Engines whose lua_rawgeti takes an int (5.1) take no larger key. */
+constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
+
+/* The element under an integer key of a table without a metatable, pushed; answers its type. */
+int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
+{
+#if LUA_VERSION_NUM >= 503
+    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
+#else
+    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
+    return lua_type(L, -1);
+#endif
+}
+
+/* Whether the table at iPos has no metatable: looked up once, then known until an operation that
+ * may run script code (or a pop below it). */
+[[gnu::noinline]] bool LearnPlainTable(SysdtCallFrame *pstFrame, int iPos)
+{
+    lua_State *L = pstFrame->L;
+    if (lua_type(L, iPos) != LUA_TTABLE) {
+        return false;
+    }
+    if (lua_getmetatable(L, iPos) != 0) {
+        lua_pop(L, 1);
+        return false;
+    }
+    pstFrame->iPlainTable = iPos;
+    return true;
+}
+
 }  // namespace
 
 /* ---- reading the stack ---- */
@@ -85,7 +115,7 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 static inline int TypeAtPos(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop) {
+    if (pstFrame != nullptr && iPos > 0 && iPos < pstFrame->iTop + (pstFrame->bKeyPending ? 0 : 1)) {
         return lua_type(pstFrame->L, iPos);
     }
     return TypeOnStack(pState, iPos);
@@ -169,14 +199,24 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
     NoteFetched(stack.Frame(), iType);
 }
 
+/* A key left in the frame over a table without a metatable: the element is read raw. */
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos < pstFrame->iTop) {
-        NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
+    if (pstFrame == nullptr || iPos <= 0 || iPos >= pstFrame->iTop) {
+        GetTableOnStack(pState, iPos);
         return;
     }
-    GetTableOnStack(pState, iPos);
+    if (pstFrame->bKeyPending) {
+        if (pstFrame->uiKey <= kMaxRawKey && (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
+            pstFrame->bKeyPending = false;
+            NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
+            return;
+        }
+        SysdtSpti_PushKey(pstFrame);
+    }
+    pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
+    NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
 }
 
 [[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
@@ -193,8 +233,11 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop) {
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && !pstFrame->bKeyPending) {
         SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
+        if (pstFrame->iPlainTable > pstFrame->iTop) {
+            pstFrame->iPlainTable = 0;
+        }
         lua_settop(pstFrame->L, -iCount - 1);
         return;
     }
@@ -211,12 +254,17 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
     stack.Moved(1, LUA_TNUMBER);
 }
 
+/* In a call the number stays in the frame: the next operation pushes it, or reads under it. */
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        if (pstFrame->bKeyPending) {
+            SysdtSpti_PushKey(pstFrame);
+        }
         SysdtSpti_Moved(pstFrame, 1, LUA_TNUMBER);
-        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(uiValue));
+        pstFrame->bKeyPending = true;
+        pstFrame->uiKey = uiValue;
         return;
     }
     PushUIntOnStack(pState, uiValue);
@@ -256,6 +304,9 @@ extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        if (pstFrame->bKeyPending) {
+            SysdtSpti_PushKey(pstFrame);
+        }
         SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);
         lua_pushnil(pstFrame->L);
         return;
@@ -287,7 +338,11 @@ extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
+        if (pstFrame->bKeyPending) {
+            SysdtSpti_PushKey(pstFrame);
+        }
         SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
+        pstFrame->iPlainTable = 0;                      /* a metamethod may run script code */
         lua_settable(pstFrame->L, iPos);
         return;
     }

@@ -5,7 +5,11 @@
  * A script function receives its frame's address with the low bit set; an engine's own state
  * pointer (always aligned) handed in by a host, a test or another module is a bare state, served by
  * asking the engine. Every operation on a frame keeps it exact by the operation's documented
- * effect on the stack. */
+ * effect on the stack.
+ *
+ * The number PushUInt pushes as a key stays in the frame until an operation needs it on the
+ * engine's stack; GetTable on a table without a metatable then reads the element under it raw
+ * (what the engine would find through a metatable too) without pushing the key at all. */
 #ifndef SYSDT_SPTI_FRAME_H
 #define SYSDT_SPTI_FRAME_H
 
@@ -19,14 +23,17 @@ struct SysdtCallFrame {
     int iRoom;             /* positions up to here exist in the stack */
     int iTopType;          /* type of the value at iTop, or LUA_TNONE when not known */
     bool bTopRead;         /* the value at iTop is a number and uiTopValue is what ToUInt answers */
+    bool bKeyPending;      /* the value at iTop is the integer uiKey, not pushed yet */
     uint32_t uiTopValue;
+    uint32_t uiKey;
+    int iPlainTable;       /* a table without a metatable is at this position; 0 when not known */
 };
 
 constexpr uintptr_t kSysdtFrameTag = 1;
 
 inline SysdtCallFrame SysdtSpti_NewFrame(lua_State *L, int iTop, int iRoom)
 {
-    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, 0};
+    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, false, 0, 0, 0};
 }
 
 inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
@@ -54,6 +61,13 @@ inline lua_State *SysdtSpti_StateOf(void *pState)
     return pstFrame != nullptr ? pstFrame->L : static_cast<lua_State *>(pState);
 }
 
+/* Pushes the key PushUInt left in the frame (its room was made then). */
+inline void SysdtSpti_PushKey(SysdtCallFrame *pstFrame)
+{
+    pstFrame->bKeyPending = false;
+    lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->uiKey));
+}
+
 /* After the stack changed by iDelta values; iTopType is the new top's type when known. */
 inline void SysdtSpti_Moved(SysdtCallFrame *pstFrame, int iDelta, int iTopType)
 {
@@ -71,6 +85,10 @@ public:
     {
         m_pstFrame = SysdtSpti_FrameOf(pState);
         if (m_pstFrame != nullptr) {
+            if (m_pstFrame->bKeyPending) {
+                SysdtSpti_PushKey(m_pstFrame);
+            }
+            m_pstFrame->iPlainTable = 0;                /* the operation may run script code */
             return;
         }
         lua_State *L = static_cast<lua_State *>(pState);
