@@ -62,6 +62,16 @@ void NoteFetched(SysdtCallFrame *pstFrame, int iType)
 /* Engines whose lua_rawgeti takes an int (5.1) take no larger key. */
 constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
 
+/* Stores the value on top into the table at iPos (without a metatable) under an integer key. */
+void RawSet(lua_State *L, int iPos, uint32_t uiKey)
+{
+#if LUA_VERSION_NUM >= 503
+    lua_rawseti(L, iPos, static_cast<lua_Integer>(uiKey));
+#else
+    lua_rawseti(L, iPos, static_cast<int>(uiKey));
+#endif
+}
+
 /* The element under an integer key of a table without a metatable, pushed; answers its type. */
 int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
 {
@@ -115,7 +125,7 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 static inline int TypeAtPos(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos < pstFrame->iTop + (pstFrame->bKeyPending ? 0 : 1)) {
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop - pstFrame->iPending) {
         return lua_type(pstFrame->L, iPos);
     }
     return TypeOnStack(pState, iPos);
@@ -207,13 +217,14 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
         GetTableOnStack(pState, iPos);
         return;
     }
-    if (pstFrame->bKeyPending) {
-        if (pstFrame->uiKey <= kMaxRawKey && (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
-            pstFrame->bKeyPending = false;
-            NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
-            return;
-        }
-        SysdtSpti_PushKey(pstFrame);
+    if (pstFrame->iPending == 1 && pstFrame->auiPending[0] <= kMaxRawKey &&
+        (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
+        pstFrame->iPending = 0;
+        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->auiPending[0]));
+        return;
+    }
+    if (pstFrame->iPending != 0) {
+        SysdtSpti_PushPending(pstFrame);
     }
     pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
     NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
@@ -233,7 +244,7 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && !pstFrame->bKeyPending) {
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && pstFrame->iPending == 0) {
         SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
         if (pstFrame->iPlainTable > pstFrame->iTop) {
             pstFrame->iPlainTable = 0;
@@ -259,12 +270,11 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        if (pstFrame->bKeyPending) {
-            SysdtSpti_PushKey(pstFrame);
+        if (pstFrame->iPending == 2) {
+            SysdtSpti_PushPending(pstFrame);
         }
         SysdtSpti_Moved(pstFrame, 1, LUA_TNUMBER);
-        pstFrame->bKeyPending = true;
-        pstFrame->uiKey = uiValue;
+        pstFrame->auiPending[pstFrame->iPending++] = uiValue;
         return;
     }
     PushUIntOnStack(pState, uiValue);
@@ -304,8 +314,8 @@ extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        if (pstFrame->bKeyPending) {
-            SysdtSpti_PushKey(pstFrame);
+        if (pstFrame->iPending != 0) {
+            SysdtSpti_PushPending(pstFrame);
         }
         SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);
         lua_pushnil(pstFrame->L);
@@ -320,6 +330,7 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
     stack.RoomForOne();
     lua_createtable(stack.L(), iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
     stack.Moved(1, LUA_TTABLE);
+    stack.Frame()->iPlainTable = stack.Top();           /* a new table has no metatable */
 }
 
 /* Stores the value on top under the key below it in the table at iPos; nothing without both. */
@@ -334,12 +345,27 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
     stack.Moved(-2, LUA_TNONE);
 }
 
+/* Key and value waiting over a table without a metatable: the value is stored raw under the key. */
+static inline bool StoresRaw(SysdtCallFrame *pstFrame, int32_t iPos)
+{
+    int iTable = pstFrame->iTop - 2;
+    return iPos == -3 && pstFrame->iPending == 2 && iTable > 0 && pstFrame->auiPending[0] <= kMaxRawKey &&
+           (pstFrame->iPlainTable == iTable || LearnPlainTable(pstFrame, iTable));
+}
+
 extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && StoresRaw(pstFrame, iPos)) {
+        pstFrame->iPending = 0;
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->auiPending[1]));
+        RawSet(pstFrame->L, -2, pstFrame->auiPending[0]);
+        SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
+        return;
+    }
     if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
-        if (pstFrame->bKeyPending) {
-            SysdtSpti_PushKey(pstFrame);
+        if (pstFrame->iPending != 0) {
+            SysdtSpti_PushPending(pstFrame);
         }
         SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
         pstFrame->iPlainTable = 0;                      /* a metamethod may run script code */

@@ -25,8 +25,8 @@ inline int RunScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
     int iArgs = lua_gettop(L);
     SysdtCallFrame stFrame = SysdtSpti_NewFrame(L, iArgs, iArgs + LUA_MINSTACK);
     uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
-    if (stFrame.bKeyPending) {
-        SysdtSpti_PushKey(&stFrame);
+    if (stFrame.iPending != 0) {
+        SysdtSpti_PushPending(&stFrame);
     }
     int iTop = stFrame.iTop;
     if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) != 0 && !Ecm_CallLeave(L)) {

@@ -7,9 +7,10 @@
  * asking the engine. Every operation on a frame keeps it exact by the operation's documented
  * effect on the stack.
  *
- * The number PushUInt pushes as a key stays in the frame until an operation needs it on the
- * engine's stack; GetTable on a table without a metatable then reads the element under it raw
- * (what the engine would find through a metatable too) without pushing the key at all. */
+ * The numbers PushUInt pushes (up to two) stay in the frame until an operation needs them on the
+ * engine's stack. On a table without a metatable, GetTable then reads the element under a waiting
+ * key raw and SetTable stores a waiting value under a waiting key raw: what the engine would do
+ * through a metatable too, without pushing the key. */
 #ifndef SYSDT_SPTI_FRAME_H
 #define SYSDT_SPTI_FRAME_H
 
@@ -23,9 +24,9 @@ struct SysdtCallFrame {
     int iRoom;             /* positions up to here exist in the stack */
     int iTopType;          /* type of the value at iTop, or LUA_TNONE when not known */
     bool bTopRead;         /* the value at iTop is a number and uiTopValue is what ToUInt answers */
-    bool bKeyPending;      /* the value at iTop is the integer uiKey, not pushed yet */
+    int iPending;          /* 0..2: the top values are these integers, not pushed yet */
+    uint32_t auiPending[2];
     uint32_t uiTopValue;
-    uint32_t uiKey;
     int iPlainTable;       /* a table without a metatable is at this position; 0 when not known */
 };
 
@@ -33,7 +34,7 @@ constexpr uintptr_t kSysdtFrameTag = 1;
 
 inline SysdtCallFrame SysdtSpti_NewFrame(lua_State *L, int iTop, int iRoom)
 {
-    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, false, 0, 0, 0};
+    return SysdtCallFrame{L, iTop, iRoom, LUA_TNONE, false, 0, {0, 0}, 0, 0};
 }
 
 inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
@@ -61,11 +62,13 @@ inline lua_State *SysdtSpti_StateOf(void *pState)
     return pstFrame != nullptr ? pstFrame->L : static_cast<lua_State *>(pState);
 }
 
-/* Pushes the key PushUInt left in the frame (its room was made then). */
-inline void SysdtSpti_PushKey(SysdtCallFrame *pstFrame)
+/* Pushes the numbers PushUInt left in the frame (their room was made then). */
+[[gnu::noinline]] inline void SysdtSpti_PushPending(SysdtCallFrame *pstFrame)
 {
-    pstFrame->bKeyPending = false;
-    lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->uiKey));
+    for (int i = 0; i < pstFrame->iPending; i++) {
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->auiPending[i]));
+    }
+    pstFrame->iPending = 0;
 }
 
 /* After the stack changed by iDelta values; iTopType is the new top's type when known. */
@@ -85,8 +88,8 @@ public:
     {
         m_pstFrame = SysdtSpti_FrameOf(pState);
         if (m_pstFrame != nullptr) {
-            if (m_pstFrame->bKeyPending) {
-                SysdtSpti_PushKey(m_pstFrame);
+            if (m_pstFrame->iPending != 0) {
+                SysdtSpti_PushPending(m_pstFrame);
             }
             m_pstFrame->iPlainTable = 0;                /* the operation may run script code */
             return;

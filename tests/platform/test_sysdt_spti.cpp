@@ -317,6 +317,27 @@ uint32_t WalkPositions(void *pState)
     return 1;
 }
 
+/* Stores t[i] = i * i for i = 1..3 into its only argument, then into a new table that also gets
+ * [2^32 - 1] = 7; answers the new table. */
+uint32_t StoreSquares(void *pState)
+{
+    for (int iRound = 0; iRound < 2; iRound++) {
+        if (iRound == 1) {
+            SYSDT_SPTI_Pop(pState, 1);
+            SYSDT_SPTI_CreateTable(pState, 3, 0);
+        }
+        for (uint32_t i = 1; i <= 3; i++) {
+            SYSDT_SPTI_PushUInt(pState, i);
+            SYSDT_SPTI_PushUInt(pState, i * i);
+            SYSDT_SPTI_SetTable(pState, -3);
+        }
+    }
+    SYSDT_SPTI_PushUInt(pState, 0xFFFFFFFFu);
+    SYSDT_SPTI_PushUInt(pState, 7);
+    SYSDT_SPTI_SetTable(pState, -3);
+    return 1;
+}
+
 template <int N>
 uint32_t PushOwnNumber(void *pState)
 {
@@ -345,6 +366,18 @@ TEST_F(ScriptStack, ElementsReadInACallGoThroughMetamethodsAndConversions)
     EXPECT_EQ(lua_tointeger(L, -1), 51) << "1 + 20 + 30: missing elements come from __index";
     Eval("testlib.sum({2.9, '7', -1.5, true}, 4)");
     EXPECT_EQ(lua_tointeger(L, -1), 1) << "2 + 0 + (2^32 - 1) + 0, in 32 bits: a string or boolean reads as 0";
+}
+
+TEST_F(ScriptStack, ElementsStoredInACallGoThroughMetamethodsAndKeepEveryKey)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"squares", StoreSquares}, {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("(function() local log = {}"
+         " local t = setmetatable({}, {__newindex = function(t, k, v) log[#log + 1] = k .. '=' .. v; rawset(t, k, v) end})"
+         " local r = testlib.squares(t)"
+         " return table.concat(log, ',') == '1=1,2=4,3=9' and r[1] == 1 and r[2] == 4 and r[3] == 9"
+         " and r[4294967295] == 7 end)()");
+    EXPECT_TRUE(lua_toboolean(L, -1));
 }
 
 TEST_F(ScriptStack, PositionsInACallFollowEveryPushAndPop)
