@@ -2,8 +2,8 @@
  * the stack operations a script function uses. Uses only the public Lua C API: an application
  * could have written every line of it.
  *
- * Each operation has a short path for the frame of a script call (sysdt_spti_frame.h), which ends
- * in at most one call into the engine, and a general path for everything else. The short paths
+ * Each operation has a short path for the frame of a script call (sysdt_spti_frame.h), which asks
+ * the engine nothing the frame knows, and a general path for everything else. The short paths
  * serve the per-element table protocol: push a key, get, read the element, pop; push a key and a
  * value, set. */
 #include "sysdt_spti.h"
