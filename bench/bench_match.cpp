@@ -7,11 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-extern "C" {
-#include <lauxlib.h>
-#include <lua.h>
-#include <lualib.h>
-}
+#include "sysdt_lua.h"
 
 namespace {
 

@@ -10,11 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-extern "C" {
-#include <lauxlib.h>
-#include <lua.h>
-#include <lualib.h>
-}
+#include "sysdt_lua.h"
 
 #include "ecm_ctl.h"
 

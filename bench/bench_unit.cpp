@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include <lua.hpp>
+#include "sysdt_lua.h"
 
 #include "ecm_capi.h"
 #include "ecm_ctl.h"

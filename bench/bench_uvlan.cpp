@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <lua.hpp>
+#include "sysdt_lua.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ local function set(ifx, peb, pee, ceb, cee, svcs)
 end
 -- n segments tiling PE [1, n/16] x CE [1, 64], checkerboard services so none merge.
 function tile(ifx, n)
-  for p = 1, n // 16 do
+  for p = 1, math.floor(n / 16) do
     for c = 0, 15 do set(ifx, p, p, 4 * c + 1, 4 * c + 4, {1, 1 + (p + c) % 2}) end
   end
 end
@@ -32,7 +32,7 @@ function blocks(ifx, nb)
   for bi = 0, nb - 1 do
     for bj = 0, nb - 1 do
       for q = 0, 3 do
-        local pe, ce = 5 * bi + 1 + 2 * (q // 2), 5 * bj + 1 + 2 * (q % 2)
+        local pe, ce = 5 * bi + 1 + 2 * math.floor(q / 2), 5 * bj + 1 + 2 * (q % 2)
         set(ifx, pe, pe + 1, ce, ce + 1, {1, 1 + q % 2})
       end
     end

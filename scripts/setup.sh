@@ -3,8 +3,9 @@
 # named as arguments are installed too (scripts/fuzz.sh asks for clang and its fuzzer runtime).
 set -euo pipefail
 need=()
-for pkg in build-essential cmake pkg-config liblua5.4-dev lua5.4 libsqlite3-dev sqlite3 \
-           libgtest-dev googletest libbenchmark-dev "$@"; do
+# Every engine the module builds for, with its stock interpreter: 5.4 (the default), 5.1, 5.3, LuaJIT.
+for pkg in build-essential cmake pkg-config liblua5.4-dev lua5.4 liblua5.1-0-dev lua5.1 liblua5.3-dev lua5.3 \
+           libluajit-5.1-dev luajit libsqlite3-dev sqlite3 libgtest-dev googletest libbenchmark-dev "$@"; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

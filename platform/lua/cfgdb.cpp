@@ -1,7 +1,5 @@
 /* Lua binding "cfgdb": scripts and tests open, bind, fill, inspect and fault configuration databases.
  * Checks every argument before changing anything, and raises Lua errors only where no C++ object is alive. */
-#include <lauxlib.h>
-#include <lua.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -10,6 +8,7 @@
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
 #include "mox_ctl.h"
+#include "sysdt_lua.h"
 
 namespace {
 
@@ -31,15 +30,12 @@ void *CheckDb(lua_State *L)
 
 lua_State *MainThread(lua_State *L)
 {
-    lua_rawgeti(L, LUA_REGISTRYINDEX, LUA_RIDX_MAINTHREAD);
-    lua_State *pMain = lua_tothread(L, -1);
-    lua_pop(L, 1);
-    return pMain;
+    return SysdtLua_MainThread(L);
 }
 
 const ECM_CTL_TABLE_S *CheckTable(lua_State *L, int iArg)
 {
-    lua_Integer llTid = luaL_checkinteger(L, iArg);
+    lua_Integer llTid = SysdtLua_CheckInteger(L, iArg);
     const ECM_CTL_TABLE_S *pstTable =
         (llTid >= 0 && llTid <= 0xFFFFFFFFLL) ? ECM_CTL_FindTable(static_cast<uint32_t>(llTid)) : nullptr;
     if (pstTable == nullptr) {
@@ -72,7 +68,7 @@ bool ReadValue(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_FIEL
         return true;
     }
     int iIsInt = 0;
-    lua_Integer llValue = lua_tointegerx(L, -1, &iIsInt);
+    lua_Integer llValue = SysdtLua_ToIntegerX(L, -1, &iIsInt);
     if (!iIsInt || lua_type(L, -1) != LUA_TNUMBER) {
         snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants an integer, got %s", pstTable->pcName, pstField->pcName,
                  luaL_typename(L, -1));
@@ -103,7 +99,7 @@ bool ReadFields(lua_State *L, int iArg, const ECM_CTL_TABLE_S *pstTable, std::ve
     lua_pushnil(L);
     while (lua_next(L, iArg) != 0) {
         int iIsInt = 0;
-        lua_Integer llField = (lua_type(L, -2) == LUA_TNUMBER) ? lua_tointegerx(L, -2, &iIsInt) : 0;
+        lua_Integer llField = (lua_type(L, -2) == LUA_TNUMBER) ? SysdtLua_ToIntegerX(L, -2, &iIsInt) : 0;
         const ECM_CTL_FIELD_S *pstField =
             (iIsInt && llField > 0 && llField < 256) ? ECM_CTL_FindField(pstTable, static_cast<uint32_t>(llField))
                                                      : nullptr;
@@ -226,7 +222,7 @@ int DbClose(lua_State *L)
 
 uint32_t CheckCount(lua_State *L)
 {
-    lua_Integer llN = luaL_checkinteger(L, 2);
+    lua_Integer llN = SysdtLua_CheckInteger(L, 2);
     luaL_argcheck(L, llN >= 0 && llN <= 0xFFFFFFFFLL, 2, "count out of range");
     return static_cast<uint32_t>(llN);
 }
@@ -355,7 +351,7 @@ uint32_t OptId(lua_State *L, int iOpts, const char *pcKey)
     }
     lua_getfield(L, iOpts, pcKey);
     int iIsInt = 0;
-    lua_Integer llValue = lua_tointegerx(L, -1, &iIsInt);
+    lua_Integer llValue = SysdtLua_ToIntegerX(L, -1, &iIsInt);
     bool bNil = lua_isnil(L, -1);
     lua_pop(L, 1);
     if (bNil) {
@@ -384,15 +380,15 @@ int Open(lua_State *L)
     int iOpts = lua_istable(L, 1) ? 1 : (lua_istable(L, 2) ? 2 : 0);
     const char *pcPath = (iOpts == 1 || lua_isnoneornil(L, 1)) ? nullptr : luaL_checkstring(L, 1);
     if (iOpts == 0 && !lua_isnoneornil(L, 2)) {
-        luaL_typeerror(L, 2, "table of options");
+        SysdtLua_TypeError(L, 2, "table of options");
     }
     uint32_t uiVr = OptId(L, iOpts, "vr");
     uint32_t uiLr = OptId(L, iOpts, "lr");
     uint32_t uiCdb = OptId(L, iOpts, "cdb");
     uint32_t uiBusyMs = OptBusyTimeout(L, iOpts);
-    DbBox *pstBox = static_cast<DbBox *>(lua_newuserdatauv(L, sizeof(DbBox), 0));
+    DbBox *pstBox = static_cast<DbBox *>(SysdtLua_NewUserdata(L, sizeof(DbBox)));
     pstBox->pObj = nullptr;
-    luaL_setmetatable(L, DB_META);
+    SysdtLua_SetMetatable(L, DB_META);
     char acErr[ERR_LEN];
     pstBox->pObj = ECM_CTL_OpenEx(pcPath, uiLr, uiVr, uiCdb, uiBusyMs, acErr, sizeof(acErr));
     if (pstBox->pObj == nullptr) {
@@ -419,8 +415,9 @@ const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {nullptr, nul
 
 extern "C" int luaopen_cfgdb(lua_State *L)
 {
+    SysdtLua_NoteMainThread(L);
     if (luaL_newmetatable(L, DB_META)) {
-        luaL_newlib(L, g_astMethods);
+        SysdtLua_NewLib(L, g_astMethods);
         lua_setfield(L, -2, "__index");
         lua_pushcfunction(L, DbGc);
         lua_setfield(L, -2, "__gc");
@@ -428,6 +425,6 @@ extern "C" int luaopen_cfgdb(lua_State *L)
         lua_setfield(L, -2, "__tostring");
     }
     lua_pop(L, 1);
-    luaL_newlib(L, g_astFuncs);
+    SysdtLua_NewLib(L, g_astFuncs);
     return 1;
 }

@@ -1,16 +1,15 @@
 /* Lifetime of a database object: opening the SQLite storage (its schema: ecm_version.cpp),
- * the statement cache, binding to a script state, and value conversion. Uses only SQLite and Lua's C API. */
-#include <lua.h>
+ * the statement cache, binding to a script state, and value conversion. Uses only SQLite; the
+ * binding itself is kept by the script stack. */
 #include <stdio.h>
 #include <string.h>
 
 #include "ecm_capi.h"
 #include "ecm_db.h"
 #include "mox_ctl.h"
+#include "sysdt_spti_bind.h"
 
 namespace {
-
-char g_cBindKey;  /* its address is the registry key of the bound object */
 
 bool Exec(sqlite3 *pDb, const std::string &strSql, char *pcErr, size_t ulErrLen)
 {
@@ -108,9 +107,7 @@ extern "C" void ECM_CTL_Close(void *pObj)
 
 extern "C" void ECM_CTL_Bind(void *pState, void *pObj)
 {
-    lua_State *L = static_cast<lua_State *>(pState);
-    lua_pushlightuserdata(L, pObj);
-    lua_rawsetp(L, LUA_REGISTRYINDEX, &g_cBindKey);
+    SysdtSpti_SetBoundObj(pState, pObj);
     static_cast<EcmDb *>(pObj)->pBoundState = pState;
 }
 
@@ -120,9 +117,7 @@ extern "C" void ECM_CTL_Unbind(void *pState)
     if (pstDb != nullptr && pstDb->pBoundState == pState) {
         pstDb->pBoundState = nullptr;
     }
-    lua_State *L = static_cast<lua_State *>(pState);
-    lua_pushnil(L);
-    lua_rawsetp(L, LUA_REGISTRYINDEX, &g_cBindKey);
+    SysdtSpti_SetBoundObj(pState, nullptr);
 }
 
 extern "C" void *ECM_CAPI_GetObjExt(void *pState)
@@ -130,11 +125,7 @@ extern "C" void *ECM_CAPI_GetObjExt(void *pState)
     if (pState == nullptr) {
         return nullptr;
     }
-    lua_State *L = static_cast<lua_State *>(pState);
-    lua_rawgetp(L, LUA_REGISTRYINDEX, &g_cBindKey);
-    void *pObj = lua_touserdata(L, -1);
-    lua_pop(L, 1);
-    return pObj;
+    return SysdtSpti_BoundObj(pState);
 }
 
 extern "C" void ECM_CTL_FailCall(void *pObj, uint32_t uiNth)

@@ -1,51 +1,18 @@
-/* Script-stack services of the platform stand-in over a Lua 5.4 engine.
- * Uses only the public Lua C API: an application could have written every line of it. */
+/* Script-stack services of the platform stand-in over a Lua engine (5.1, 5.3, 5.4 or LuaJIT 2.1):
+ * the stack operations a script function uses. Uses only the public Lua C API: an application
+ * could have written every line of it.
+ *
+ * Each operation has a short path for the frame of a script call (sysdt_spti_frame.h), which asks
+ * the engine nothing the frame knows, and a general path for everything else. The short paths
+ * serve the per-element table protocol: push a key, get, read the element, pop; push a key and a
+ * value, set. */
 #include "sysdt_spti.h"
 
-#include <lua.hpp>
+#include <cstdint>
 
-#include <cmath>
-#include <cstring>
-
-#include "ecm_unit.h"
+#include "sysdt_spti_frame.h"
 
 namespace {
-
-lua_State *AsLua(void *pState)
-{
-    return static_cast<lua_State *>(pState);
-}
-
-/* Lua guarantees LUA_MINSTACK slots above the base of every C frame (and of a fresh state) and
- * never shrinks a frame, so positions 1..LUA_MINSTACK are always acceptable indices: lua_type
- * answers LUA_TNONE past the top without a separate look at the top. */
-constexpr int kAlwaysAcceptable = LUA_MINSTACK;
-
-/* Positive position of a value on the stack, or 0 when iPos names none (0, or beyond the top). */
-int AbsStackPos(lua_State *L, int32_t iPos)
-{
-    int iTop = lua_gettop(L);
-    if (iPos < 0) {
-        return -iPos <= iTop ? iTop + 1 + iPos : 0;
-    }
-    return iPos <= iTop ? iPos : 0;
-}
-
-/* Out of line so that the common case below needs no frame of its own. */
-[[gnu::noinline]] int TypeAtAnyPos(lua_State *L, int32_t iPos)
-{
-    int iAbs = AbsStackPos(L, iPos);
-    return iAbs != 0 ? lua_type(L, iAbs) : LUA_TNONE;
-}
-
-inline int TypeAt(void *pState, int32_t iPos)
-{
-    lua_State *L = AsLua(pState);
-    if (L != nullptr && iPos > 0 && iPos <= kAlwaysAcceptable) {
-        return lua_type(L, iPos);
-    }
-    return L != nullptr ? TypeAtAnyPos(L, iPos) : LUA_TNONE;
-}
 
 /* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
 uint32_t FloatToUInt(lua_Number dValue)
@@ -54,70 +21,82 @@ uint32_t FloatToUInt(lua_Number dValue)
     if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
         return 0;
     }
-    auto llWhole = static_cast<long long>(std::trunc(dValue));
+    auto llWhole = static_cast<long long>(dValue);     /* the conversion itself cuts toward zero */
     return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
 }
 
-/* Makes room for one more value; raises a script error rather than writing past the stack
- * when it cannot grow. Below LUA_MINSTACK values the room is guaranteed and costs one look. */
-[[gnu::noinline]] void GrowForOne(lua_State *L)
+/* The number at iPos as 32 bits: integers keep their low bits, floats go through FloatToUInt. */
+uint32_t NumberToUInt(lua_State *L, int iPos)
 {
-    if (lua_checkstack(L, 1) == 0) {
-        luaL_error(L, "stack overflow (script stack overflow)");
+#if SYSDT_LUA_INTEGERS
+    int iIsInteger = 0;
+    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);
+    if (iIsInteger != 0) {
+        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
+    }
+#endif
+    return FloatToUInt(lua_tonumber(L, iPos));
+}
+
+/* lua_gettable answers the type of what it pushed from 5.3 on; older engines are asked. */
+int GetTableAndType(lua_State *L, int iPos)
+{
+#if LUA_VERSION_NUM >= 503
+    return lua_gettable(L, iPos);
+#else
+    lua_gettable(L, iPos);
+    return lua_type(L, -1);
+#endif
+}
+
+/* The element just fetched replaced the key on top; a number is read now, ToUInt(-1) comes next. */
+void NoteFetched(SysdtCallFrame *pstFrame, int iType)
+{
+    pstFrame->iTopType = iType;
+    pstFrame->bTopRead = iType == LUA_TNUMBER;
+    if (iType == LUA_TNUMBER) {
+        pstFrame->uiTopValue = NumberToUInt(pstFrame->L, -1);
     }
 }
 
-inline void ReserveOne(lua_State *L)
+/* Engines whose lua_rawgeti takes an int (5.1) take no larger key. */
+constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
+
+/* Stores the value on top into the table at iPos (without a metatable) under an integer key. */
+void RawSet(lua_State *L, int iPos, uint32_t uiKey)
 {
-    if (lua_gettop(L) >= kAlwaysAcceptable) {
-        GrowForOne(L);
-    }
+#if LUA_VERSION_NUM >= 503
+    lua_rawseti(L, iPos, static_cast<lua_Integer>(uiKey));
+#else
+    lua_rawseti(L, iPos, static_cast<int>(uiKey));
+#endif
 }
 
-/* Raises why a call's database work could not be committed. */
-[[noreturn]] void RaiseCallFailure(lua_State *L, const char *pcWhy)
+/* The element under an integer key of a table without a metatable, pushed; answers its type. */
+int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
 {
-    lua_pushstring(L, pcWhy);
-    lua_error(L);
-    __builtin_unreachable();
+#if LUA_VERSION_NUM >= 503
+    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
+#else
+    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
+    return lua_type(L, -1);
+#endif
 }
 
-/* Calls the script function stored as the closure's upvalue; its count names the results. The
- * database learns where the call begins and ends, so that the call's writes are one unit; a call
- * whose unit lost the race for the write lock is run once more on its own arguments. */
-int CallScriptFunction(lua_State *L)
+/* Whether the table at iPos has no metatable: looked up once, then known until an operation that
+ * may run script code (or a pop below it). */
+[[gnu::noinline]] bool LearnPlainTable(SysdtCallFrame *pstFrame, int iPos)
 {
-    SYSDT_SPT_FUNC pfFunc;
-    void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
-    std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
-    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) == 0) {
-        uint32_t uiResults = pfFunc(L);
-        int iTop = lua_gettop(L);
-        return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+    lua_State *L = pstFrame->L;
+    if (lua_type(L, iPos) != LUA_TTABLE) {
+        return false;
     }
-    int iArgs = lua_gettop(L);
-    for (;;) {
-        Ecm_CallEnter(L);
-        uint32_t uiResults = pfFunc(L);
-        const char *pcWhy = nullptr;
-        EcmCallEnd eEnd = Ecm_CallLeave(&pcWhy);
-        if (eEnd == ECM_CALL_FAILED) {
-            RaiseCallFailure(L, pcWhy);
-        }
-        if (eEnd == ECM_CALL_DONE) {
-            int iTop = lua_gettop(L);
-            return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
-        }
-        lua_settop(L, iArgs);  /* the void run's results go; the arguments stay for the next run */
+    if (lua_getmetatable(L, iPos) != 0) {
+        lua_pop(L, 1);
+        return false;
     }
-}
-
-void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
-{
-    static_assert(sizeof(void *) == sizeof(SYSDT_SPT_FUNC), "function pointers fit a light userdata");
-    void *pRaw;
-    std::memcpy(&pRaw, &pfFunc, sizeof pRaw);
-    return pRaw;
+    pstFrame->iPlainTable = iPos;
+    return true;
 }
 
 }  // namespace
@@ -126,157 +105,284 @@ void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
 
 extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 {
-    return pState != nullptr ? lua_gettop(AsLua(pState)) : 0;
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr) {
+        return pstFrame->iTop;
+    }
+    return pState != nullptr ? lua_gettop(static_cast<lua_State *>(pState)) : 0;
+}
+
+[[gnu::noinline]] static int TypeOnStack(void *pState, int32_t iPos)
+{
+    if (pState == nullptr) {
+        return LUA_TNONE;
+    }
+    SysdtStack stack(pState);
+    return stack.TypeAt(stack.Abs(iPos));
+}
+
+/* Type of the value at a position; the arguments of a call are asked for directly. */
+static inline int TypeAtPos(void *pState, int32_t iPos)
+{
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop - pstFrame->iPending) {
+        return lua_type(pstFrame->L, iPos);
+    }
+    return TypeOnStack(pState, iPos);
 }
 
 extern "C" int32_t SYSDT_SPTI_IsNumber(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TNUMBER;
+    return TypeAtPos(pState, iPos) == LUA_TNUMBER;
 }
 
 extern "C" int32_t SYSDT_SPTI_IsString(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TSTRING;
+    return TypeAtPos(pState, iPos) == LUA_TSTRING;
 }
 
 extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
 {
-    return TypeAt(pState, iPos) == LUA_TBOOLEAN;
+    return TypeAtPos(pState, iPos) == LUA_TBOOLEAN;
+}
+
+[[gnu::noinline]] static uint32_t ToUIntOnStack(void *pState, int32_t iPos)
+{
+    if (pState == nullptr) {
+        return 0;
+    }
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    return stack.TypeAt(iAbs) == LUA_TNUMBER ? NumberToUInt(stack.L(), iAbs) : 0;  /* never a string */
 }
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 {
-    lua_State *L = AsLua(pState);
-    if (L == nullptr) {
-        return 0;
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && iPos == -1 && pstFrame->bTopRead) {   /* the element just fetched */
+        return pstFrame->uiTopValue;
     }
-    if (iPos <= 0 || iPos > kAlwaysAcceptable) {   /* most reads are of -1, just pushed */
-        iPos = AbsStackPos(L, iPos);
-    }
-    if (iPos == 0 || lua_type(L, iPos) != LUA_TNUMBER) {
-        return 0;
-    }
-    int iIsInteger = 0;
-    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);  /* a number: no string conversion */
-    if (iIsInteger != 0) {
-        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
-    }
-    return FloatToUInt(lua_tonumberx(L, iPos, nullptr));
+    return ToUIntOnStack(pState, iPos);
 }
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TSTRING) {
+    if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
-    return lua_tolstring(AsLua(pState), iPos, nullptr);
+    return lua_tolstring(SysdtSpti_StateOf(pState), iPos, nullptr);
 }
 
 extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) == LUA_TNONE) {
+    if (pState == nullptr) {
         return 0;
     }
-    return lua_toboolean(AsLua(pState), iPos);
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    return iAbs != 0 ? lua_toboolean(stack.L(), iAbs) : 0;
 }
 
 extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 {
-    if (TypeAt(pState, iPos) != LUA_TTABLE) {
+    if (pState == nullptr) {
         return 0;
     }
-    return static_cast<uint32_t>(lua_rawlen(AsLua(pState), iPos));
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.TypeAt(iAbs) != LUA_TTABLE) {
+        return 0;
+    }
+    return static_cast<uint32_t>(SysdtLua_RawLen(stack.L(), iAbs));
 }
 
+/* Replaces the key on top by the element of the table at iPos; nothing without a key. */
+[[gnu::noinline]] static void GetTableOnStack(void *pState, int32_t iPos)
+{
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 1 || iAbs == 0) {
+        return;
+    }
+    int iType = GetTableAndType(stack.L(), iAbs);
+    stack.Moved(0, iType);
+    NoteFetched(stack.Frame(), iType);
+}
+
+/* A key left in the frame over a table without a metatable: the element is read raw. */
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
-    lua_gettable(AsLua(pState), iPos);
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame == nullptr || iPos <= 0 || iPos >= pstFrame->iTop) {
+        GetTableOnStack(pState, iPos);
+        return;
+    }
+    if (pstFrame->iPending == 1 && pstFrame->auiPending[0] <= kMaxRawKey &&
+        (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
+        pstFrame->iPending = 0;
+        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->auiPending[0]));
+        return;
+    }
+    if (pstFrame->iPending != 0) {
+        SysdtSpti_PushPending(pstFrame);
+    }
+    pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
+    NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
+}
+
+[[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
+{
+    if (pState == nullptr || iCount <= 0) {
+        return;
+    }
+    SysdtStack stack(pState);
+    int iDrop = iCount < stack.Top() ? iCount : stack.Top();
+    lua_settop(stack.L(), -iDrop - 1);
+    stack.Moved(-iDrop, LUA_TNONE);
 }
 
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
-    if (iCount <= 0) {
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && pstFrame->iPending == 0) {
+        SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
+        if (pstFrame->iPlainTable > pstFrame->iTop) {
+            pstFrame->iPlainTable = 0;
+        }
+        lua_settop(pstFrame->L, -iCount - 1);
         return;
     }
-    lua_State *L = AsLua(pState);
-    int iTop = lua_gettop(L);
-    lua_settop(L, iCount < iTop ? iTop - iCount : 0);
+    PopOnStack(pState, iCount);
 }
 
 /* ---- pushing and storing ---- */
 
+[[gnu::noinline]] static void PushUIntOnStack(void *pState, uint32_t uiValue)
+{
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_pushinteger(stack.L(), static_cast<lua_Integer>(uiValue));
+    stack.Moved(1, LUA_TNUMBER);
+}
+
+/* In a call the number stays in the frame: the next operation pushes it, or reads under it. */
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushinteger(L, static_cast<lua_Integer>(uiValue));
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        if (pstFrame->iPending == 2) {
+            SysdtSpti_PushPending(pstFrame);
+        }
+        SysdtSpti_Moved(pstFrame, 1, LUA_TNUMBER);
+        pstFrame->auiPending[pstFrame->iPending++] = uiValue;
+        return;
+    }
+    PushUIntOnStack(pState, uiValue);
 }
 
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushinteger(L, static_cast<lua_Integer>(iValue));
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_pushinteger(stack.L(), static_cast<lua_Integer>(iValue));
+    stack.Moved(1, LUA_TNUMBER);
 }
 
 /* Pushes exactly uiLen bytes, zero bytes included; a null text pushes nil. */
 extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
+    SysdtStack stack(pState);
+    stack.RoomForOne();
     if (pcText == nullptr) {
-        lua_pushnil(L);
+        lua_pushnil(stack.L());
+        stack.Moved(1, LUA_TNIL);
         return;
     }
-    lua_pushlstring(L, pcText, uiLen);
+    lua_pushlstring(stack.L(), pcText, uiLen);
+    stack.Moved(1, LUA_TSTRING);
+}
+
+[[gnu::noinline]] static void PushNilOnStack(void *pState)
+{
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_pushnil(stack.L());
+    stack.Moved(1, LUA_TNIL);
 }
 
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_pushnil(L);
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
+        if (pstFrame->iPending != 0) {
+            SysdtSpti_PushPending(pstFrame);
+        }
+        SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);
+        lua_pushnil(pstFrame->L);
+        return;
+    }
+    PushNilOnStack(pState);
 }
 
 extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize)
 {
-    lua_State *L = AsLua(pState);
-    ReserveOne(L);
-    lua_createtable(L, iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_createtable(stack.L(), iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
+    stack.Moved(1, LUA_TTABLE);
+    stack.Frame()->iPlainTable = stack.Top();           /* a new table has no metatable */
+}
+
+/* Stores the value on top under the key below it in the table at iPos; nothing without both. */
+[[gnu::noinline]] static void SetTableOnStack(void *pState, int32_t iPos)
+{
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 2 || iAbs == 0) {
+        return;
+    }
+    lua_settable(stack.L(), iAbs);
+    stack.Moved(-2, LUA_TNONE);
+}
+
+/* Key and value waiting over a table without a metatable: the value is stored raw under the key. */
+static inline bool StoresRaw(SysdtCallFrame *pstFrame, int32_t iPos)
+{
+    int iTable = pstFrame->iTop - 2;
+    return iPos == -3 && pstFrame->iPending == 2 && iTable > 0 && pstFrame->auiPending[0] <= kMaxRawKey &&
+           (pstFrame->iPlainTable == iTable || LearnPlainTable(pstFrame, iTable));
 }
 
 extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
-    lua_settable(AsLua(pState), iPos);
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && StoresRaw(pstFrame, iPos)) {
+        pstFrame->iPending = 0;
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->auiPending[1]));
+        RawSet(pstFrame->L, -2, pstFrame->auiPending[0]);
+        SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
+        return;
+    }
+    if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
+        if (pstFrame->iPending != 0) {
+            SysdtSpti_PushPending(pstFrame);
+        }
+        SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
+        pstFrame->iPlainTable = 0;                      /* a metamethod may run script code */
+        lua_settable(pstFrame->L, iPos);
+        return;
+    }
+    SetTableOnStack(pState, iPos);
 }
 
+/* Stores the value on top under the name in the table at iPos; nothing without a value. */
 extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName)
 {
-    lua_setfield(AsLua(pState), iPos, pcName);
-}
-
-/* ---- library registration ---- */
-
-extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
-{
-    lua_State *L = AsLua(pState);
-    int iCount = 0;
-    while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
-        iCount++;
+    SysdtStack stack(pState);
+    int iAbs = stack.Abs(iPos);
+    if (stack.Top() < 1 || iAbs == 0) {
+        return;
     }
-    luaL_checkstack(L, 3, "script stack overflow");
-    lua_createtable(L, 0, iCount);
-    for (int i = 0; i < iCount; i++) {
-        if (pstTable[i].pcName == nullptr || pstTable[i].pfFunc == nullptr) {
-            continue;  /* half an entry registers nothing */
-        }
-        lua_pushlightuserdata(L, FunctionAsPointer(pstTable[i].pfFunc));
-        lua_pushcclosure(L, CallScriptFunction, 1);
-        lua_setfield(L, -2, pstTable[i].pcName);
-    }
-    if (pcLib != nullptr) {
-        lua_pushvalue(L, -1);
-        lua_setglobal(L, pcLib);
-    }
-    return 0;
+    lua_setfield(stack.L(), iAbs, pcName);
+    stack.Moved(-1, LUA_TNONE);
 }

@@ -2,6 +2,7 @@
 -- free VLAN and refused tables. No database is opened: these functions must work without one.
 local t = require "testlib"
 local lib = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local merge, both, firstfree = lib.VLAN_spt_Merg2BitMap, lib.VLAN_spt_And2BitMap, lib.VLAN_spt_GetFirstFreeValue
 
@@ -21,7 +22,7 @@ end
 -- Code and every element of the result table, which must be a sequence of exactly n.
 local function flat(n, code, tbl)
   t.eq(#tbl, n, "result length")
-  return t.pack(code, table.unpack(tbl))
+  return t.pack(code, unpack(tbl))
 end
 
 t.case("union and intersection go byte by byte over the first table's length, low 8 bits kept", function()
@@ -31,7 +32,7 @@ t.case("union and intersection go byte by byte over the first table's length, lo
   t.same(flat(1, merge({ 4 }, { 1, 2 })), { 0, 5 }, "{4} | {1,2}")
   t.same(flat(3, merge({ 257, -1, 0x1FF00 }, { 0, 0, 0 })), { 0, 1, 255, 0 }, "narrowed")
   local code, out = merge(filled(512, 0x0F), filled(512, 0xF0))
-  t.same(flat(512, code, out), t.pack(0, table.unpack(filled(512, 255))), "512 elements")
+  t.same(flat(512, code, out), t.pack(0, unpack(filled(512, 255))), "512 elements")
 end)
 
 t.case("tables of no element or more than 512, or no table, are refused with result 1 alone", function()
@@ -39,7 +40,7 @@ t.case("tables of no element or more than 512, or no table, are refused with res
     { merge, {}, { 1 } }, { merge, { 1 }, {} }, { merge, filled(513, 1), { 1 } }, { both, { 1 }, filled(513, 1) },
     { both, 5, { 1 } }, { merge }, { firstfree, {} }, { firstfree, filled(513, 0) }, { firstfree, "abc" },
   }
-  for i, c in ipairs(REFUSED) do t.same(t.pack(c[1](table.unpack(c, 2))), { 1 }, "refused case " .. i) end
+  for i, c in ipairs(REFUSED) do t.same(t.pack(c[1](unpack(c, 2))), { 1 }, "refused case " .. i) end
 end)
 
 t.case("the first free VLAN skips VLAN 0 and 4095 and finds the edges of each byte", function()
@@ -57,8 +58,8 @@ t.case("argument tables are left as they came in", function()
   merge(a, b)
   both(a, b)
   firstfree(a)
-  t.same(t.pack(table.unpack(a)), { 1, 2, 3 }, "a")
-  t.same(t.pack(table.unpack(b)), { 4 }, "b")
+  t.same(t.pack(unpack(a)), { 1, 2, 3 }, "a")
+  t.same(t.pack(unpack(b)), { 4 }, "b")
 end)
 
 t.finish()

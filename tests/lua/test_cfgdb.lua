@@ -2,6 +2,7 @@
 -- keyed tables in key order, and bad input is refused with a clear error that changes nothing.
 local t = require "testlib"
 local cfgdb = require "cfgdb"
+local unpack = table.unpack or unpack
 
 local IF_INFO, L2_PORT, CTRL_VID_BITMAP = 0x083606C0, 0x0D490804, 0x083607EF
 local QINQ_MATCH_SEG, QINQ_IF_SPEC = 0x083606C1, 0x08361A12
@@ -58,7 +59,7 @@ t.case("bad input raises an error naming the fault and changes nothing", functio
     { "option vr", cfgdb.open, { vr = "x" } },
   }
   for _, b in ipairs(BAD) do
-    local ok, err = pcall(table.unpack(b, 2))
+    local ok, err = pcall(unpack(b, 2))
     t.check(not ok and tostring(err):find(b[1], 1, true), "want an error with %q, got %s", b[1], tostring(err))
   end
   t.same(t.pack(db:count(QINQ_IF_SPEC), db:rows(QINQ_IF_SPEC)[1][3], db:count(L2_PORT)), { 1, 5, 0 }, "unchanged")

@@ -3,6 +3,7 @@
 -- every injected allocation or client-call failure.
 local t = require "testlib"
 local lib = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local merge = lib.VLAN_spt_Dot1QMatchMerge
 local DOT1Q, SEG_INDEX, VR = t.DOT1Q, t.SEG_INDEX, t.VR
@@ -160,7 +161,7 @@ local function outcome(r, db)
 end
 
 local function sorted(want)
-  local w = { table.unpack(want) }
+  local w = { unpack(want) }
   table.sort(w, function(a, b) return tostring(a) < tostring(b) end)
   return w
 end

@@ -4,6 +4,7 @@
 local t = require "testlib"
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local STACKMAP, L2_PORT, PV_REL, IFM_PROTO = 0x083607ED, 0x0D490804, 0x0D49077D, 0x0852057B
 local VR, OTHER_VR = 7, 8
@@ -121,7 +122,7 @@ local function sweep(kind, sites, clean_code, args)
     n = n + 1
     assert(n <= #sites + 1, kind .. ": more sites than expected")
     db[kind](db, n)
-    local r = ask(table.unpack(args))
+    local r = ask(unpack(args))
     db[kind](db, 0)
     if n > #sites then
       t.same(r, { clean_code, EMPTY }, kind .. " clean run")

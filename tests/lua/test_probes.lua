@@ -4,6 +4,7 @@
 local t = require "testlib"
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local IF_INFO, L2SUP_CFG, PWSUP_CFG = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
 local OWN_VR, OWN_LR = 7, 8      -- distinct, so a probe that reads the wrong one of the two shows
@@ -38,6 +39,25 @@ t.case("a sub-interface gives its main interface, or 0 and 0 without a record", 
   expect({ 0, 0xFFFFFFFE }, "-1 read as the all-ones index", mainif, -1)
 end)
 
+-- Engines with an integer subtype keep every digit of a literal above 2^53; on the others every
+-- number is a double and 2^53 + 1 rounds to 2^53.
+local INTEGERS = 9007199254740993 ~= 9007199254740992
+
+t.case("a number argument arrives as the low 32 bits of its integral part, on every engine", function()
+  for sub, main in pairs({ [0] = 0x10, [1] = 0x11, [5] = 0x15, [4294967293] = 0x13 }) do
+    db:insert(IF_INFO, { [2] = sub, [3] = OWN_VR, [4] = 1, [12] = main })
+  end
+  local CASES = {
+    { 2 ^ 32 + 5, 0x15, "2^32 + 5" }, { 5.99, 0x15, "5.99" }, { -3.7, 0x13, "-3.7" }, { -0.5, 0x10, "-0.5" },
+    { 0 / 0, 0x10, "NaN" }, { math.huge, 0x10, "infinity" }, { -math.huge, 0x10, "-infinity" },
+    { 2 ^ 63, 0x10, "2^63" }, { -2 ^ 32 + 1, 0x11, "-2^32 + 1" },
+    { 9007199254740993, INTEGERS and 0x11 or 0x10, "2^53 + 1" },
+  }
+  for _, c in ipairs(CASES) do expect({ 0, c[2] }, c[3], mainif, c[1]) end
+  db:delete(IF_INFO, { [12] = 0x10 })
+  for _, main in ipairs({ 0x11, 0x13, 0x15 }) do db:delete(IF_INFO, { [12] = main }) end
+end)
+
 t.case("layer-2 support counts as configured for every mode but 1", function()
   expect(NO, "mode 1", l2sup, 10)
   expect(YES, "mode 2", l2sup, 11)
@@ -63,7 +83,7 @@ t.case("a wrong argument count or type, or no database object, gives a lone 1", 
   local bad = { { n = 0 }, { n = 2, 0x1001, 1 }, { n = 1, "4097" }, { n = 1, true }, { n = 1, nil } }
   for name, f in pairs({ mainif = mainif, l2sup = l2sup, pwsup = pwsup }) do
     for i, args in ipairs(bad) do
-      expect({ 1 }, name .. " argument set " .. i, f, table.unpack(args, 1, args.n))
+      expect({ 1 }, name .. " argument set " .. i, f, unpack(args, 1, args.n))
     end
     cfgdb.unbind()
     local r = t.pack(f(0x1001))
@@ -100,7 +120,7 @@ end)
 
 t.case("each failed client call gives the failure answer, or the clean one where ignored", function()
   for _, p in ipairs(PROBES) do
-    sweep(db.fail_call, table.unpack(p))
+    sweep(db.fail_call, unpack(p))
   end
 end)
 

@@ -3,6 +3,7 @@
 -- every injected allocation or client-call failure.
 local t = require "testlib"
 local lib = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local merge = lib.VLAN_spt_QinQMatchMerge
 local QINQ, SEG_INDEX, VR = t.QINQ, t.SEG_INDEX, t.VR
@@ -109,7 +110,7 @@ end)
 t.case("tables of 10 or 12 elements and a missing database give the single result 1", function()
   local db = worked_example()
   local a = args(100, 100, 11, 20)
-  t.same(t.pack(merge({ table.unpack(a, 1, 10) })), { 1 }, "10 elements")
+  t.same(t.pack(merge({ unpack(a, 1, 10) })), { 1 }, "10 elements")
   a[12] = 0
   t.same(t.pack(merge(a)), { 1 }, "12 elements")
   t.clean(db, "refused")

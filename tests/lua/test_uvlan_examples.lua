@@ -2,6 +2,7 @@
 -- order, tables, field lists and flags of its writes as the database journals them.
 local t = require "testlib"
 local U = require "uvlan_util"
+local unpack = table.unpack or unpack
 
 local case, fresh = t.case, U.open
 
@@ -12,7 +13,10 @@ local function rowlist(db, ifx)
 end
 
 -- The five results as one line: code, second, text, fourth, fifth.
-local function res(r) return string.format("%s %s %q %s %s", r.code, r.chg, r.text, r.segchg, r.adddel) end
+local function res(r)
+  return string.format("%s %s %q %s %s", tostring(r.code), tostring(r.chg), r.text, tostring(r.segchg),
+    tostring(r.adddel))
+end
 local function expect(r, code, chg, text, segchg, adddel, what)
   t.eq(res(r), res({code = code, chg = chg, text = text, segchg = segchg, adddel = adddel}), what or "results")
 end
@@ -139,7 +143,7 @@ end)
 
 case("refused arguments answer code 1 and the reason, writing nothing", function()
   local P = "VLANLUA_Spt_SetUserVlanQinQSvc:"
-  local a9, a11 = {table.unpack(U.arg1(7, 1, 2, 1, 2), 1, 9)}, U.arg1(7, 1, 2, 1, 2)
+  local a9, a11 = {unpack(U.arg1(7, 1, 2, 1, 2), 1, 9)}, U.arg1(7, 1, 2, 1, 2)
   a11[11] = 0
   local CASES = {
     {a9, {}, "first array uiParamNum = 9, Error"}, {a11, {}, "first array uiParamNum = 11, Error"},

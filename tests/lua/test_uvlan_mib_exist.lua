@@ -2,6 +2,7 @@
 -- check, VLAN narrowing and refused arguments with their exact messages.
 local t = require "testlib"
 local F = require "uvlan_util"
+local unpack = table.unpack or unpack
 
 local d, q = F.lib.VLAN_spt_UserVlanDot1qExist, F.lib.VLAN_spt_UserVlanQinqExist
 local c = F.cfg(1)
@@ -19,7 +20,7 @@ t.case("existence at the range ends, one past them, per interface and VR, VLANs 
     { q, { 20, 10, 35, 1 }, 1 }, { q, { 20, 7, 29, 1 }, 1 }, { q, { 20, 7, 35, 2 }, 1 },
     { q, { 20, 65536 + 5, 65536 + 30, 1 }, 0 },
   }
-  for i, k in ipairs(CASES) do t.same(t.pack(k[1](table.unpack(k[2]))), { k[3], "\0" }, "case " .. i) end
+  for i, k in ipairs(CASES) do t.same(t.pack(k[1](unpack(k[2]))), { k[3], "\0" }, "case " .. i) end
   t.clean(c.db, "checks")
 end)
 

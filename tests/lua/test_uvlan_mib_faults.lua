@@ -2,6 +2,7 @@
 -- the documented answer for the site that failed and leaves no block behind.
 local t = require "testlib"
 local F = require "uvlan_util"
+local unpack = table.unpack or unpack
 local case, eq = t.case, t.eq
 
 local function cfg()
@@ -69,14 +70,14 @@ local function sweepAllocs(c, args, restart)
   local clean = {restart = restart}
   local before = c.db:mem().total
   local code
-  code, clean.keys, clean.tbl = c:page(table.unpack(args))
+  code, clean.keys, clean.tbl = c:page(unpack(args))
   eq(code, 0, "clean run")
   local allocs = c.db:mem().total - before
   assert(allocs >= 3, "a walk allocates")
   local seen, asserts = {}, c.db:mem().asserts
   for n = 1, allocs do
     c.db:fail_alloc(n)
-    local code2, keys, tbl, msg = c:page(table.unpack(args))
+    local code2, keys, tbl, msg = c:page(unpack(args))
     c.db:fail_alloc(0)
     seen[checkRun(c, clean, code2, keys, tbl, msg, n)] = true
     eq(c.db:mem().live, 0, "live blocks after allocation " .. n .. " failed")

@@ -2,6 +2,7 @@
 -- any-other walks, descriptions, the interface limit of one call and refused arguments.
 local t = require "testlib"
 local F = require "uvlan_util"
+local unpack = table.unpack or unpack
 local case, eq, list = t.case, t.eq, t.lines
 
 -- Interface 10: 802.1Q 10..12 and a QinQ row PE 100..101 x CE 11. Interface 20: 802.1Q 5 and
@@ -41,7 +42,7 @@ case("pages resume after any key in model order, write nothing and leave no bloc
   list(c:model(), ALL, "model")
   c.db:journal()
   for _, p in ipairs(PAGES) do
-    local code, keys, tbl, msg = c:page(table.unpack(p[2]))
+    local code, keys, tbl, msg = c:page(unpack(p[2]))
     eq(code, 0, p[1]); eq(msg, "\0", p[1]); eq(type(tbl), "table", p[1])
     list(keys, p[3], p[1])
     for _, e in ipairs(tbl) do eq(e.anyOther, p[2][5] == 2 and 1 or 0, p[1] .. ": anyOther") end

@@ -70,13 +70,13 @@ end
 local function check_grid(ifx, where)
   local got = grid_of(U.rows(db, ifx), where)
   for c, svc in pairs(model[ifx]) do
-    t.check(got[c] ~= nil, "%s: cell PE %d CE %d lost", where, c // 64, c % 64)
+    t.check(got[c] ~= nil, "%s: cell PE %d CE %d lost", where, math.floor(c / 64), c % 64)
     if not same_services(got[c], svc) then
-      t.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, c // 64, c % 64))
+      t.eq(U.svcstr(got[c]), U.svcstr(svc), string.format("%s: services of PE %d CE %d", where, math.floor(c / 64), c % 64))
     end
   end
   for c in pairs(got) do
-    t.check(model[ifx][c] ~= nil, "%s: cell PE %d CE %d stored but never set", where, c // 64, c % 64)
+    t.check(model[ifx][c] ~= nil, "%s: cell PE %d CE %d stored but never set", where, math.floor(c / 64), c % 64)
   end
 end
 

@@ -1,6 +1,9 @@
 -- Helpers shared by the script-level tests: named cases that keep going after a failure, exact
 -- comparison of result lists, leak/journal checks, bitmaps, journaled writes as lines, fault sweeps.
+-- Written in the language every engine shares (5.1, 5.3, 5.4, LuaJIT): no bitwise operators, no
+-- integer division, no integer/float subtype tests.
 local cfgdb = require "cfgdb"
+local unpack = table.unpack or unpack
 
 local M = {}
 
@@ -17,6 +20,11 @@ local function show(v)
   return type(v) == "string" and string.format("%q (len %d)", v, #v) or tostring(v)
 end
 
+-- Equal values that also print alike: where an engine has integers, 3 and 3.0 are told apart.
+local function identical(a, b)
+  return a == b and (type(a) ~= "number" or tostring(a) == tostring(b))
+end
+
 local function render(list, n)
   local parts = {}
   for i = 1, n do parts[i] = show(list[i]) end
@@ -24,7 +32,7 @@ local function render(list, n)
 end
 
 function M.eq(got, want, what)
-  if got ~= want or math.type(got) ~= math.type(want) then
+  if not identical(got, want) then
     error(string.format("%s: got %s, want %s", what or "value", show(got), show(want)), 2)
   end
 end
@@ -38,7 +46,7 @@ function M.same(got, want, what)
   local wn = want.n or #want
   local ok = got.n == wn
   for i = 1, math.max(got.n, wn) do
-    ok = ok and got[i] == want[i] and math.type(got[i]) == math.type(want[i])
+    ok = ok and identical(got[i], want[i])
   end
   if not ok then
     error(string.format("%s: got %s, want %s", what or "results", render(got, got.n), render(want, wn)), 2)
@@ -86,15 +94,25 @@ function M.clean(db, what)
   end
 end
 
+-- Byte and bit of VLAN v in a bitmap: byte index (1-based) and the bit's value.
+function M.bitpos(v)
+  return math.floor(v / 8) + 1, 2 ^ (v % 8)
+end
+
+-- Whether the bit of value bit (a power of two below 256) is set in byte.
+function M.hasbit(byte, bit)
+  return byte % (2 * bit) >= bit
+end
+
 -- A 512-byte VLAN bitmap holding the given VLAN IDs, as the database stores it.
 function M.bitmap(ids)
   local bytes = {}
   for i = 1, 512 do bytes[i] = 0 end
   for _, v in ipairs(ids) do
-    local i = (v >> 3) + 1
-    bytes[i] = bytes[i] | (1 << (v & 7))
+    local i, bit = M.bitpos(v)
+    if not M.hasbit(bytes[i], bit) then bytes[i] = bytes[i] + bit end
   end
-  return string.char(table.unpack(bytes))
+  return string.char(unpack(bytes))
 end
 
 local current
@@ -114,7 +132,8 @@ end
 local function ranges(bitmap)
   local out, first = {}, nil
   for v = 0, 4096 do
-    local on = v < 4096 and bitmap:byte((v >> 3) + 1) & (1 << (v & 7)) ~= 0
+    local i, bit = M.bitpos(v)
+    local on = v < 4096 and M.hasbit(bitmap:byte(i), bit)
     if on and not first then first = v end
     if not on and first then
       out[#out + 1] = first == v - 1 and tostring(first) or first .. "-" .. (v - 1)

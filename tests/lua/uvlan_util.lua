@@ -3,6 +3,7 @@
 -- the user-VLAN queries.
 local t = require "testlib"
 local uv = require "libvlanluaext"
+local unpack = table.unpack or unpack
 
 local M = {}
 
@@ -26,9 +27,9 @@ end
 
 -- Returns a record of the five results; text without its terminating zero.
 function M.call(t1, t2)
-  local res = table.pack(uv.VLAN_spt_SetUserVlanQinQSvc(t1, t2))
+  local res = t.pack(uv.VLAN_spt_SetUserVlanQinQSvc(t1, t2))
   assert(res.n == 5, "five results expected, got " .. res.n)
-  local code, chg, text, segchg, adddel = table.unpack(res, 1, 5)
+  local code, chg, text, segchg, adddel = unpack(res, 1, 5)
   return {code = code, chg = chg, text = text and text:gsub("%z$", ""), segchg = segchg, adddel = adddel}
 end
 

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -271,4 +273,129 @@ TEST_F(ScriptStack, RegistrationTableNeedNotOutliveTheCall)
     }
     Eval("select('#', testlib.two())");
     EXPECT_EQ(lua_tointeger(L, -1), 2);
+}
+
+// ---- inside a script call ----
+
+namespace {
+
+/* Sums elements 1..n of the table at 1 (n at 2) through the module's protocol: push key, get,
+ * read, pop. Answers the sum, or nothing when the stack top ever differs from what it should be. */
+uint32_t SumThroughProtocol(void *pState)
+{
+    uint32_t uiNum = SYSDT_SPTI_ToUInt(pState, 2);
+    uint32_t uiSum = 0;
+    for (uint32_t i = 1; i <= uiNum; i++) {
+        SYSDT_SPTI_PushUInt(pState, i);
+        SYSDT_SPTI_GetTable(pState, 1);
+        uiSum += SYSDT_SPTI_ToUInt(pState, -1);
+        SYSDT_SPTI_Pop(pState, 1);
+        if (SYSDT_SPTI_GetTop(pState) != 2) {
+            return 0;
+        }
+    }
+    SYSDT_SPTI_PushUInt(pState, uiSum);
+    return 1;
+}
+
+/* Pushes 30 values past its arguments, checks positions from both ends, pops 25: answers 1 when
+ * every look agreed with the stack. */
+uint32_t WalkPositions(void *pState)
+{
+    int32_t iArgs = SYSDT_SPTI_GetTop(pState);
+    for (uint32_t i = 0; i < 30; i++) {
+        SYSDT_SPTI_PushUInt(pState, i);
+    }
+    bool bOk = SYSDT_SPTI_GetTop(pState) == iArgs + 30 && SYSDT_SPTI_ToUInt(pState, -30) == 0 &&
+               SYSDT_SPTI_ToUInt(pState, iArgs + 30) == 29 && !SYSDT_SPTI_IsNumber(pState, iArgs + 31) &&
+               !SYSDT_SPTI_IsNumber(pState, -(iArgs + 31)) && SYSDT_SPTI_IsString(pState, 1);
+    SYSDT_SPTI_Pop(pState, 25);
+    bOk = bOk && SYSDT_SPTI_GetTop(pState) == iArgs + 5 && SYSDT_SPTI_ToUInt(pState, -1) == 4;
+    SYSDT_SPTI_Pop(pState, 1000);
+    bOk = bOk && SYSDT_SPTI_GetTop(pState) == 0 && SYSDT_SPTI_ToUInt(pState, -1) == 0;
+    SYSDT_SPTI_PushUInt(pState, bOk ? 1 : 0);
+    return 1;
+}
+
+/* Stores t[i] = i * i for i = 1..3 into its only argument, then into a new table that also gets
+ * [2^32 - 1] = 7; answers the new table. */
+uint32_t StoreSquares(void *pState)
+{
+    for (int iRound = 0; iRound < 2; iRound++) {
+        if (iRound == 1) {
+            SYSDT_SPTI_Pop(pState, 1);
+            SYSDT_SPTI_CreateTable(pState, 3, 0);
+        }
+        for (uint32_t i = 1; i <= 3; i++) {
+            SYSDT_SPTI_PushUInt(pState, i);
+            SYSDT_SPTI_PushUInt(pState, i * i);
+            SYSDT_SPTI_SetTable(pState, -3);
+        }
+    }
+    SYSDT_SPTI_PushUInt(pState, 0xFFFFFFFFu);
+    SYSDT_SPTI_PushUInt(pState, 7);
+    SYSDT_SPTI_SetTable(pState, -3);
+    return 1;
+}
+
+template <int N>
+uint32_t PushOwnNumber(void *pState)
+{
+    SYSDT_SPTI_PushUInt(pState, N);
+    return 1;
+}
+
+template <int... N>
+std::vector<SYSDT_SPT_REG_S> NumberedFunctions(std::integer_sequence<int, N...>, std::vector<std::string> &vecNames)
+{
+    vecNames = {("f" + std::to_string(N))...};
+    std::vector<SYSDT_SPT_REG_S> vecTable = {SYSDT_SPT_REG_S{vecNames[N].c_str(), PushOwnNumber<N>}...};
+    vecTable.push_back({nullptr, nullptr});
+    return vecTable;
+}
+
+}  // namespace
+
+TEST_F(ScriptStack, ElementsReadInACallGoThroughMetamethodsAndConversions)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"sum", SumThroughProtocol}, {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("testlib.sum({1, 2, 3}, 3)");
+    EXPECT_EQ(lua_tointeger(L, -1), 6);
+    Eval("testlib.sum(setmetatable({1}, {__index = function(_, k) return k * 10 end}), 3)");
+    EXPECT_EQ(lua_tointeger(L, -1), 51) << "1 + 20 + 30: missing elements come from __index";
+    Eval("testlib.sum({2.9, '7', -1.5, true}, 4)");
+    EXPECT_EQ(lua_tointeger(L, -1), 1) << "2 + 0 + (2^32 - 1) + 0, in 32 bits: a string or boolean reads as 0";
+}
+
+TEST_F(ScriptStack, ElementsStoredInACallGoThroughMetamethodsAndKeepEveryKey)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"squares", StoreSquares}, {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("(function() local log = {}"
+         " local t = setmetatable({}, {__newindex = function(t, k, v) log[#log + 1] = k .. '=' .. v; rawset(t, k, v) end})"
+         " local r = testlib.squares(t)"
+         " return table.concat(log, ',') == '1=1,2=4,3=9' and r[1] == 1 and r[2] == 4 and r[3] == 9"
+         " and r[4294967295] == 7 end)()");
+    EXPECT_TRUE(lua_toboolean(L, -1));
+}
+
+TEST_F(ScriptStack, PositionsInACallFollowEveryPushAndPop)
+{
+    const SYSDT_SPT_REG_S astTable[] = {{"walk", WalkPositions}, {nullptr, nullptr}};
+    Script_OpenLib(L, "testlib", astTable);
+    Eval("testlib.walk('a', 2, 3)");
+    EXPECT_EQ(lua_tointeger(L, -1), 1);
+}
+
+TEST_F(ScriptStack, FunctionsBeyondTheDirectEntriesStillAnswer)
+{
+    constexpr int kFunctions = 80;  /* more distinct functions than the direct entries */
+    std::vector<std::string> vecNames;
+    std::vector<SYSDT_SPT_REG_S> vecTable = NumberedFunctions(std::make_integer_sequence<int, kFunctions>{}, vecNames);
+    Script_OpenLib(L, "many", vecTable.data());
+    Script_OpenLib(L, "again", vecTable.data());
+    Eval("(function() for i = 0, 79 do if many['f' .. i]() ~= i or again['f' .. i]() ~= i then return i end end"
+         " return -1 end)()");
+    EXPECT_EQ(lua_tointeger(L, -1), -1) << "the first function answering wrong";
 }

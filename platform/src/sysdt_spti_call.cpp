@@ -1,0 +1,193 @@
+/* How the engine calls script functions: library registration, the call of a script function on
+ * a frame of its own, and the database object bound to an engine. Uses only the public Lua C API. */
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include "ecm_unit.h"
+#include "sysdt_spti.h"
+#include "sysdt_spti_bind.h"
+#include "sysdt_spti_frame.h"
+
+namespace {
+
+/* ---- calling script functions ---- */
+
+/* Runs a script function once on a fresh frame of this call; answers its count of results, cut to
+ * what the stack holds. */
+int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
+{
+    SysdtCallFrame stFrame = SysdtSpti_NewFrame(L, iArgs, iArgs + LUA_MINSTACK);
+    uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
+    if (stFrame.iPending != 0) {
+        SysdtSpti_PushPending(&stFrame);
+    }
+    int iTop = stFrame.iTop;
+    return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+}
+
+[[noreturn]] void RaiseCallFailure(lua_State *L, const char *pcWhy)
+{
+    lua_pushstring(L, pcWhy);
+    lua_error(L);
+    __builtin_unreachable();
+}
+
+/* Runs a script function as one unit of work on the database: the database learns where the call
+ * begins and ends. A call whose unit lost the race for the write lock runs once more on its own
+ * arguments; a commit that fails is raised, since the results already say success. */
+[[gnu::noinline]] int RunInUnit(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
+{
+    for (;;) {
+        Ecm_CallEnter(L);
+        int iResults = RunOnFrame(L, pfFunc, iArgs);
+        const char *pcWhy = nullptr;
+        switch (Ecm_CallLeave(&pcWhy)) {
+            case ECM_CALL_DONE: return iResults;
+            case ECM_CALL_FAILED: RaiseCallFailure(L, pcWhy);
+            case ECM_CALL_AGAIN: lua_settop(L, iArgs); break;  /* the void run's results go */
+        }
+    }
+}
+
+/* While no database object takes part in units, a call costs one load more than the function. */
+inline int RunScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
+{
+    int iArgs = lua_gettop(L);
+    if (g_uiEcmOpenCallUnits.load(std::memory_order_relaxed) == 0) {
+        return RunOnFrame(L, pfFunc, iArgs);
+    }
+    return RunInUnit(L, pfFunc, iArgs);
+}
+
+/* A script function the engine calls directly: entry N runs the function of slot N. Slots are
+ * taken at registration, one per distinct function over the process, and never given back; the
+ * engine then calls a plain C function, as for any function a library registers, with no
+ * upvalue to look up. When every slot is taken, a function is registered as a closure instead. */
+constexpr int kDirectSlots = 64;
+std::atomic<SYSDT_SPT_FUNC> g_apfDirect[kDirectSlots];
+std::mutex g_mtxDirect;
+
+template <int N>
+int CallDirect(lua_State *L)
+{
+    return RunScriptFunction(L, g_apfDirect[N].load(std::memory_order_acquire));
+}
+
+template <int... N>
+constexpr std::array<lua_CFunction, sizeof...(N)> DirectEntries(std::integer_sequence<int, N...>)
+{
+    return {CallDirect<N>...};
+}
+
+constexpr std::array<lua_CFunction, kDirectSlots> g_apfnDirectEntries =
+    DirectEntries(std::make_integer_sequence<int, kDirectSlots>{});
+
+/* The direct entry of pfFunc: the slot that already holds it, else a free one; null when full. */
+lua_CFunction DirectEntryOf(SYSDT_SPT_FUNC pfFunc)
+{
+    std::lock_guard<std::mutex> lock(g_mtxDirect);
+    for (int i = 0; i < kDirectSlots; i++) {
+        SYSDT_SPT_FUNC pfSlot = g_apfDirect[i].load(std::memory_order_relaxed);
+        if (pfSlot == nullptr) {
+            g_apfDirect[i].store(pfFunc, std::memory_order_release);
+            return g_apfnDirectEntries[i];
+        }
+        if (pfSlot == pfFunc) {
+            return g_apfnDirectEntries[i];
+        }
+    }
+    return nullptr;
+}
+
+/* Calls the script function stored as the closure's upvalue. */
+int CallClosure(lua_State *L)
+{
+    SYSDT_SPT_FUNC pfFunc;
+    void *pRaw = lua_touserdata(L, lua_upvalueindex(1));
+    std::memcpy(&pfFunc, &pRaw, sizeof pfFunc);
+    return RunScriptFunction(L, pfFunc);
+}
+
+void *FunctionAsPointer(SYSDT_SPT_FUNC pfFunc)
+{
+    static_assert(sizeof(void *) == sizeof(SYSDT_SPT_FUNC), "function pointers fit a light userdata");
+    void *pRaw;
+    std::memcpy(&pRaw, &pfFunc, sizeof pRaw);
+    return pRaw;
+}
+
+/* Pushes the script function as the engine will call it. */
+void PushScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
+{
+    lua_CFunction pfnDirect = DirectEntryOf(pfFunc);
+    if (pfnDirect != nullptr) {
+        lua_pushcfunction(L, pfnDirect);
+        return;
+    }
+    lua_pushlightuserdata(L, FunctionAsPointer(pfFunc));
+    lua_pushcclosure(L, CallClosure, 1);
+}
+
+}  // namespace
+
+/* ---- library registration ---- */
+
+extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
+{
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_State *L = stack.L();
+    int iCount = 0;
+    while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
+        iCount++;
+    }
+    luaL_checkstack(L, 3, "script stack overflow");
+    lua_createtable(L, 0, iCount);
+    for (int i = 0; i < iCount; i++) {
+        if (pstTable[i].pcName == nullptr || pstTable[i].pfFunc == nullptr) {
+            continue;  /* half an entry registers nothing */
+        }
+        PushScriptFunction(L, pstTable[i].pfFunc);
+        lua_setfield(L, -2, pstTable[i].pcName);
+    }
+    if (pcLib != nullptr) {
+        lua_pushvalue(L, -1);
+        lua_setglobal(L, pcLib);
+    }
+    stack.Moved(1, LUA_TTABLE);
+    return 0;
+}
+
+/* ---- the database object bound to an engine ---- */
+
+namespace {
+char g_cBindKey;  /* its address is the registry key of the bound object */
+}
+
+/* Looks the object up with one value pushed and popped again: a frame stays exact. */
+void *SysdtSpti_BoundObj(void *pState)
+{
+    SysdtStack stack(pState);
+    stack.RoomForOne();
+    lua_State *L = stack.L();
+    SysdtLua_RegistryGetP(L, &g_cBindKey);
+    void *pObj = lua_touserdata(L, -1);
+    lua_pop(L, 1);
+    return pObj;
+}
+
+void SysdtSpti_SetBoundObj(void *pState, void *pObj)
+{
+    SysdtStack stack(pState);
+    lua_State *L = stack.L();
+    luaL_checkstack(L, 2, "script stack overflow");
+    if (pObj != nullptr) {
+        lua_pushlightuserdata(L, pObj);
+    } else {
+        lua_pushnil(L);
+    }
+    SysdtLua_RegistrySetP(L, &g_cBindKey);
+}
