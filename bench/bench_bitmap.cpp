@@ -107,6 +107,36 @@ end
 
 /* ---- the floors: the module's steps straight on the engine's C API ---- */
 
+/* The element just fetched, pushed, and its type: engines before 5.3 do not answer the type. */
+int FloorGetTable(lua_State *L, int iArg)
+{
+#if LUA_VERSION_NUM >= 503
+    return lua_gettable(L, iArg);
+#else
+    lua_gettable(L, iArg);
+    return lua_type(L, -1);
+#endif
+}
+
+/* An element read as the module reads it: only a number counts (a string never does); integral
+ * values keep their low 32 bits, others are cut toward zero, NaN and infinities read 0. */
+uint32_t FloorElement(lua_State *L, int iType)
+{
+    if (iType != LUA_TNUMBER) {
+        return 0;
+    }
+#if SYSDT_LUA_INTEGERS
+    int iIsInteger = 0;
+    lua_Integer llValue = lua_tointegerx(L, -1, &iIsInteger);
+    if (iIsInteger != 0) {
+        return static_cast<uint32_t>(llValue);
+    }
+#endif
+    constexpr lua_Number kTwoPow63 = 9223372036854775808.0;
+    lua_Number dValue = lua_tonumber(L, -1);
+    return (dValue >= -kTwoPow63 && dValue < kTwoPow63) ? static_cast<uint32_t>(static_cast<long long>(dValue)) : 0;
+}
+
 /* The argument check and read of one bitmap table: a table of 1..512 elements, each read by
  * push key, get, read, pop. */
 bool FloorReadBitMap(lua_State *L, int iArg, uint8_t *pucOut, lua_Integer *pllNum)
@@ -120,8 +150,7 @@ bool FloorReadBitMap(lua_State *L, int iArg, uint8_t *pucOut, lua_Integer *pllNu
     }
     for (lua_Integer i = 1; i <= llNum; i++) {
         lua_pushinteger(L, i);
-        lua_gettable(L, iArg);
-        pucOut[i - 1] = static_cast<uint8_t>(lua_tointeger(L, -1));
+        pucOut[i - 1] = static_cast<uint8_t>(FloorElement(L, FloorGetTable(L, iArg)));
         lua_pop(L, 1);
     }
     *pllNum = llNum;
