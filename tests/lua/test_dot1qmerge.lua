@@ -1,5 +1,5 @@
 -- VLAN_spt_Dot1QMatchMerge against a bound database: fusing with the two immediate neighbours,
--- the writes and their order, refused arguments, a random sequence against a range model, and
+-- the writes and their order, a random sequence against a range model, and
 -- every injected allocation or client-call failure.
 local t = require "testlib"
 local lib = require "libvlanluaext"
@@ -88,17 +88,6 @@ t.case("values are cut to their field widths and not validated", function()
   t.eq(r[5], 20, "end below begin kept")
   t.eq(r[6], 2, "group")
   t.eq(r[10], 0xFF, "attr10")
-end)
-
-t.case("tables of 7 or 9 elements and a missing database give the single result 1", function()
-  local db = worked_example()
-  t.same(t.pack(merge({ IF, 20, 30, 1, VR, 0, 0 })), { 1 }, "7 elements")
-  t.same(t.pack(merge({ IF, 20, 30, 1, VR, 0, 0, 0, 0 })), { 1 }, "9 elements")
-  t.clean(db, "refused")
-  require("cfgdb").unbind()
-  t.same(t.pack(merge(args(20, 30))), { 1 }, "no database")
-  db:bind()
-  t.clean(db, "no database")
 end)
 
 -- Random non-overlapping ranges on two interfaces and two groups; the model fuses a new range

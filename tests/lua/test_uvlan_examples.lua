@@ -130,15 +130,6 @@ case("removal of the middle of a segment stores the outer part again", function(
   t.eq(j[3].fields[2], old.idx, "old row deleted after the new one is in")
 end)
 
-case("removal reaching beyond the stored segments is refused without a write", function()
-  local db = fresh()
-  U.set(7, 10, 29, 1, 5, {1, 3})
-  db:journal()
-  local r = U.set(7, 10, 30, 1, 5, {255, 1})
-  expect(r, 1, 1, "\nVLAN_API_SetUserVlanQinQSvc:  check flag return ERR\n", nil, nil)
-  t.clean(db, "refused removal")
-end)
-
 -- ---- arguments ----
 
 case("refused arguments answer code 1 and the reason, writing nothing", function()

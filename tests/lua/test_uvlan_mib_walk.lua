@@ -113,19 +113,6 @@ case("a description row of an interface without entries ends the lookups after i
   eq(tbl[10].description, nil, "after the orphan row")
 end)
 
-case("without a bound database every function answers 1 and names the missing object", function()
-  local c = small()
-  require("cfgdb").unbind()
-  local code, tbl, msg = F.lib.VLAN_spt_UserVlanMibQuery(0, 0, 0, 1, 10, 0)
-  eq(code, 1, "walk code"); eq(tbl, nil, "walk table")
-  eq(msg, "\nVLANLUA_Spt_UserVlanMibQuery:call ECM_CAPI_GetObjExt ERR\n\0", "walk message")
-  code, msg = F.lib.VLAN_spt_UserVlanDot1qExist(10, 10, 1)
-  eq(code, 1, "802.1Q code"); eq(msg, "\nVLANLUA_Spt_UserVlanDot1qExist:call ECM_CAPI_GetObjExt ERR\n\0", "802.1Q")
-  code, msg = F.lib.VLAN_spt_UserVlanQinqExist(10, 100, 11, 1)
-  eq(code, 1, "QinQ code"); eq(msg, "\nVLANLUA_Spt_UserVlanQinqExist:call ECM_CAPI_GetObjExt ERR\n\0", "QinQ")
-  c.db:bind()
-end)
-
 case("an interface with QinQ rows under two VRs shows each VR only its own, from any start key", function()
   local one = F.cfg(1)
   local two = setmetatable({db = one.db, vr = 2, seg = 1000, dot1q = {}, qinq = {}, qinqIf = {}, anyOther = {}},
