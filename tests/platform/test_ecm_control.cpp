@@ -3,8 +3,6 @@
 #include <lauxlib.h>
 #include <lua.h>
 
-#include "mox.h"
-#include "mox_ctl.h"
 #include "test_ecm_util.h"
 
 using namespace ecmtest;
@@ -153,47 +151,6 @@ TEST_F(Faults, AFailedWriteChangesNothingAndIsNotJournaled)
     EXPECT_EQ(ECM_ERR_INJECTED, ECM_CAPI_ApplyIndex(pObj, SEG_INDEX, 1, &uiIndex));
     ASSERT_EQ(0u, ECM_CAPI_ApplyIndex(pObj, SEG_INDEX, 1, &uiIndex));
     EXPECT_EQ(1u, uiIndex) << "a failed hand-out uses up no number";
-}
-
-TEST_F(Faults, ZeroDisarms)
-{
-    ECM_CTL_FailCall(pObj, 2);
-    ECM_CTL_FailCall(pObj, 0);
-    uint32_t uiCdb = 0;
-    for (int i = 0; i < 4; i++) {
-        EXPECT_EQ(0u, ECM_CAPI_GetCdbID(pObj, &uiCdb));
-    }
-}
-
-TEST_F(Faults, AllocationFaultHitsTheObjectsHandleOnce)
-{
-    void *pMem = ECM_CAPI_GetSimpleMemHandle(pObj);
-    ECM_CTL_FailAlloc(pObj, 2);
-    void *pFirst = MOX_Malloc_F(pMem, g_aucMoxMemPt[0], 8, "test", 1);
-    void *pSecond = MOX_Malloc_F(pMem, g_aucMoxMemPt[0], 8, "test", 2);
-    void *pThird = MOX_Malloc_F(pMem, g_aucMoxMemPt[0], 8, "test", 3);
-    EXPECT_NE(nullptr, pFirst);
-    EXPECT_EQ(nullptr, pSecond);
-    EXPECT_NE(nullptr, pThird);
-    MOX_Free_F(pFirst, "test", 4);
-    MOX_Free_F(pThird, "test", 5);
-    MOX_STATS_S stStats;
-    MOX_GetStats(pMem, &stStats);
-    EXPECT_EQ(0u, stStats.ulLiveBlocks);
-}
-
-TEST_F(Faults, DatabaseWorkAllocatesNothingOnTheObjectsHandle)
-{
-    Put(pObj, IF_INFO, {{2, 1}});
-    Query stQ;
-    stQ.Select(2);
-    ASSERT_EQ(0u, stQ.Run(pObj, IF_INFO, 4, 1));
-    Writes stW;
-    stW.Vr(1, 3).U32(2, 100);
-    ASSERT_EQ(0u, ECM_CAPI_InsertRecord(pObj, QINQ_IF_SPEC, stW.Data(), stW.Num(), 0));
-    MOX_STATS_S stStats;
-    MOX_GetStats(ECM_CAPI_GetSimpleMemHandle(pObj), &stStats);
-    EXPECT_EQ(0u, stStats.ulTotalAllocs);
 }
 
 }  // namespace

@@ -119,19 +119,7 @@ protected:
     std::vector<Seg> vecSegs;
 };
 
-/* ---- Bounds ---- */
-
-TEST_F(SpatialRead, SegmentEndingOnTheWindowsLowBoundOrStartingOnItsHighBoundOverlaps)
-{
-    Insert({5, 1, 0, 10, 20, 30, 40});
-    EXPECT_EQ(std::vector<uint32_t>{1}, Read({5, 20, 25, 40, 45}, 10));  /* both ends on the low bounds */
-    EXPECT_EQ(std::vector<uint32_t>{1}, Read({5, 0, 10, 0, 30}, 10));   /* both begins on the high bounds */
-    EXPECT_TRUE(Read({5, 21, 25, 30, 40}, 10).empty());
-    EXPECT_TRUE(Read({5, 10, 20, 41, 50}, 10).empty());
-    EXPECT_TRUE(Read({5, 0, 9, 30, 40}, 10).empty());
-    EXPECT_TRUE(Read({5, 10, 20, 0, 29}, 10).empty());
-    EXPECT_TRUE(Read({6, 10, 20, 30, 40}, 10).empty());  /* same rectangle, other interface */
-}
+/* ---- Edges (bounds, ties and limits are drawn by the random test below) ---- */
 
 TEST_F(SpatialRead, ExtremeInterfacesAndVlansSurviveTheShiftIntoTheIndex)
 {
@@ -160,19 +148,6 @@ TEST_F(SpatialRead, ReversedRangesAreStoredAndAnsweredLikeThePlainTable)
         ExpectSameAnswers({5, usPe, usPe, 0, 10}, 10);
         ExpectSameAnswers({5, 0, usPe, 5, 5}, 10);
     }
-}
-
-/* ---- Order and limit ---- */
-
-TEST_F(SpatialRead, TiesKeepInsertionOrderAndTheLimitKeepsTheFirstRecords)
-{
-    const uint16_t ausPe[] = {7, 3, 7, 3, 7, 5, 3};
-    for (uint32_t i = 0; i < 7; i++) {
-        Insert({5, 100 - i, 0, ausPe[i], 9, 4, 4});
-    }
-    EXPECT_EQ((std::vector<uint32_t>{99, 97, 94, 95, 100, 98, 96}), Read({5, 0, 9, 4, 4}, 7));
-    EXPECT_EQ((std::vector<uint32_t>{99, 97, 94}), Read({5, 0, 9, 4, 4}, 3));
-    EXPECT_EQ(7u, Count({5, 0, 9, 4, 4}));
 }
 
 /* ---- Writes keep the index in step ---- */
