@@ -97,7 +97,6 @@ end
 
 t.case("refused arguments answer 1 with the reason", function()
   fresh()
-  expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:paraCnt = 3, Error\n\0", "three", 100, VR, 0)
   expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:paraCnt = 5, Error\n\0", "five", 100, VR, 0, 0, 0)
   expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:vlanId is not a number\n\0", "vlan", "x", VR, 0, 0)
   expect(1, "\nVLANLUA_COR_PV_VlanInPortParse:vrId is not a number\n\0", "vr", 100, {}, 0, 0)

@@ -79,12 +79,6 @@ struct Query {
         memcpy(&uiValue, &vecBuf[ulRec * stResult.usRecLen + ulOff], 4);
         return uiValue;
     }
-    uint16_t U16At(size_t ulRec, size_t ulOff) const
-    {
-        uint16_t usValue;
-        memcpy(&usValue, &vecBuf[ulRec * stResult.usRecLen + ulOff], 2);
-        return usValue;
-    }
 };
 
 /* One field value of a write, the way a client lists them. */
