@@ -31,10 +31,8 @@ local function expect(want, what, f, ...)
   t.clean(db, what)
 end
 
-t.case("a sub-interface gives its main interface, or 0 and 0 without a record", function()
-  expect({ 0, 0x1000 }, "0x1001", mainif, 0x1001)
+t.case("a main interface is no sub-interface, and -1 reads as the all-ones index", function()
   expect({ 0, 0x2000 }, "0x2001", mainif, 0x2001)
-  expect({ 0, 0 }, "0x3001", mainif, 0x3001)
   expect({ 0, 0 }, "a main interface is not a sub-interface", mainif, 0x1000)
   expect({ 0, 0xFFFFFFFE }, "-1 read as the all-ones index", mainif, -1)
 end)

@@ -58,14 +58,6 @@ uint32_t PushPastTheGuaranteedSlots(void *pState)
 
 // ---- type tests look at the value's own type ----
 
-TEST_F(ScriptStack, NumericStringIsAStringNotANumber)
-{
-    lua_pushstring(L, "12");
-    EXPECT_FALSE(SYSDT_SPTI_IsNumber(L, 1));
-    EXPECT_TRUE(SYSDT_SPTI_IsString(L, 1));
-    EXPECT_EQ(SYSDT_SPTI_ToUInt(L, 1), 0u);
-}
-
 TEST_F(ScriptStack, NumberIsNotAStringAndIsNotConvertedInPlace)
 {
     lua_pushinteger(L, 12);
