@@ -1,6 +1,6 @@
-/* The control side of a database object: binding to a script state, the ids it was opened with,
- * and the corners of injected faults the script-level sweeps do not show. The journal and the
- * n-th-call fault itself are proven by every journal check and every sweep of the script tests. */
+/* The control side of a database object: binding to a script state, and the corners of injected
+ * faults the script-level sweeps do not show. The journal, the ids and the n-th-call fault itself
+ * are proven by every journal check, the probes' own-VR cases and every sweep of the scripts. */
 #include <lauxlib.h>
 #include <lua.h>
 
@@ -10,7 +10,7 @@ using namespace ecmtest;
 
 namespace {
 
-/* ---- Binding and ids ---- */
+/* ---- Binding ---- */
 
 class Binding : public EcmTest {};
 
@@ -30,20 +30,6 @@ TEST_F(Binding, BoundObjectIsFoundFromTheStateUntilUnboundOrClosed)
     EXPECT_EQ(nullptr, ECM_CAPI_GetObjExt(L)) << "closing the bound object unbinds it";
     lua_close(L);
     EXPECT_EQ(nullptr, ECM_CAPI_GetObjExt(nullptr));
-}
-
-TEST_F(Binding, IdsAreThoseTheObjectWasOpenedWith)
-{
-    uint32_t uiLr = 0;
-    uint32_t uiVr = 0;
-    uint32_t uiCdb = 0;
-    ASSERT_EQ(0u, ECM_CAPI_GetLrVrId(pObj, &uiLr, &uiVr));
-    ASSERT_EQ(0u, ECM_CAPI_GetCdbID(pObj, &uiCdb));
-    EXPECT_EQ(7u, uiLr);
-    EXPECT_EQ(3u, uiVr);
-    EXPECT_EQ(11u, uiCdb);
-    EXPECT_EQ(ECM_CTL_MemHandle(pObj), ECM_CAPI_GetSimpleMemHandle(pObj));
-    EXPECT_NE(nullptr, ECM_CAPI_GetSimpleMemHandle(pObj));
 }
 
 /* ---- Injected faults ---- */

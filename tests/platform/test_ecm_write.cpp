@@ -66,18 +66,6 @@ TEST_F(WriteByKey, DeleteRemovesExactlyTheKeyedRecord)
     EXPECT_EQ(Num(6), vecRows[1][1]);
 }
 
-TEST_F(WriteByKey, TextIsStoredAtFullWidthAndSixtyFourCharactersNeedNoTerminator)
-{
-    std::string strFull(64, 'k');
-    Writes stW;
-    stW.U32(2, 1).U32(3, 1).Bytes(ECM_TYPE_TEXT, 12, 64, strFull);
-    ASSERT_EQ(0u, ECM_CAPI_InsertRecord(pObj, QINQ_MATCH_SEG, stW.Data(), stW.Num(), 1));
-    Query stQ;
-    stQ.Select(12);
-    ASSERT_EQ(0u, stQ.Run(pObj, QINQ_MATCH_SEG, 64, 1));
-    EXPECT_EQ(strFull, std::string(stQ.vecBuf.begin(), stQ.vecBuf.begin() + 64));
-}
-
 /* ---- Refused writes change nothing ---- */
 
 class RefusedWrite : public EcmTest {
