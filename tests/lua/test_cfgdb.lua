@@ -1,41 +1,12 @@
--- The cfgdb binding the other script tests stand on: records come back with every schema field,
--- keyed tables in key order, and bad input is refused with a clear error that changes nothing.
+-- The cfgdb binding the other script tests stand on: bad input is refused with a clear error that
+-- changes nothing, transactions and dry runs. Records, their order, counts, deletes and a file
+-- reopened are pinned by the manual's examples (test_manual.lua).
 local t = require "testlib"
 local cfgdb = require "cfgdb"
 local unpack = table.unpack or unpack
 
-local IF_INFO, L2_PORT, CTRL_VID_BITMAP = 0x083606C0, 0x0D490804, 0x083607EF
+local L2_PORT, CTRL_VID_BITMAP = 0x0D490804, 0x083607EF
 local QINQ_MATCH_SEG, QINQ_IF_SPEC = 0x083606C1, 0x08361A12
-
-t.case("records carry every schema field, 0 where left out; bitmaps 512 bytes, texts unpadded", function()
-  local db = cfgdb.open()
-  db:insert(L2_PORT, { [1] = 10, [2] = 4094 })
-  local r, n = db:rows(L2_PORT)[1], 0
-  for _ in pairs(r) do n = n + 1 end
-  t.same(t.pack(r[1], r[2], r[6], r[12], n), { 10, 4094, 0, 0, 4 }, "L2_PORT fields")
-  db:insert(CTRL_VID_BITMAP, { [1] = 1, [2] = 1, [3] = "\6" })
-  local map = db:rows(CTRL_VID_BITMAP)[1][3]
-  t.same(t.pack(#map, map:byte(1), map:byte(512)), { 512, 6, 0 }, "bitmap")
-  db:insert(QINQ_MATCH_SEG, { [2] = 1, [3] = 1, [12] = "abc" })
-  db:insert(QINQ_MATCH_SEG, { [2] = 1, [3] = 2, [12] = string.rep("x", 64) })
-  t.eq(db:rows(QINQ_MATCH_SEG, { [3] = 1 })[1][12], "abc", "short text")
-  t.eq(db:rows(QINQ_MATCH_SEG, { [3] = 2 })[1][12], string.rep("x", 64), "full text")
-  db:close()
-end)
-
-t.case("keyed tables come in key order, others in insertion order; filters agree", function()
-  local db = cfgdb.open()
-  for _, k in ipairs({ 30, 10, 20 }) do
-    db:insert(QINQ_IF_SPEC, { [1] = 3, [2] = k, [3] = k * 2 })
-    db:insert(IF_INFO, { [2] = k, [3] = k % 20 })
-  end
-  local keyed, plain = db:rows(QINQ_IF_SPEC), db:rows(IF_INFO)
-  t.eq(keyed[1][2] .. "," .. keyed[2][2] .. "," .. keyed[3][2], "10,20,30", "keyed")
-  t.eq(plain[1][2] .. "," .. plain[2][2] .. "," .. plain[3][2], "30,10,20", "unkeyed")
-  t.same(t.pack(#db:rows(IF_INFO, { [3] = 10 }), db:count(IF_INFO, { [3] = 10, [2] = 30 })), { 2, 1 }, "filters")
-  t.same(t.pack(db:delete(IF_INFO, { [3] = 0 }), db:delete(IF_INFO)), { 1, 2 }, "deleted")
-  db:close()
-end)
 
 t.case("bad input raises an error naming the fault and changes nothing", function()
   local db = cfgdb.open()
@@ -45,12 +16,9 @@ t.case("bad input raises an error naming the fault and changes nothing", functio
     { "has no field 7", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = 101, [7] = 1 } },
     { "has no field", db.rows, db, QINQ_IF_SPEC, { vr = 3 } },
     { "wants an integer", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = "101" } },
-    { "wants an integer", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = 1.5 } },
     { "wants a string", db.insert, db, CTRL_VID_BITMAP, { [1] = 1, [2] = 1, [3] = 6 } },
     { "out of range", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = 0x100000000 } },
-    { "out of range", db.insert, db, QINQ_IF_SPEC, { [1] = -1, [2] = 101 } },
     { "out of range", db.insert, db, L2_PORT, { [12] = 256 } },
-    { "out of range", db.insert, db, L2_PORT, { [2] = 65536 } },
     { "at most 64 bytes", db.insert, db, QINQ_MATCH_SEG, { [12] = string.rep("y", 65) } },
     { "at most 512 bytes", db.insert, db, CTRL_VID_BITMAP, { [3] = string.rep("\0", 513) } },
     { "key exists", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = 100 } },
@@ -67,18 +35,6 @@ t.case("bad input raises an error naming the fault and changes nothing", functio
   db:close()
   t.check(not pcall(db.rows, db, QINQ_IF_SPEC), "a closed database refuses reads")
   db:close()
-end)
-
-t.case("a file database keeps its records across a reopen", function()
-  local path = os.tmpname()
-  os.remove(path)
-  local db = cfgdb.open(path, { vr = 3 })
-  db:insert(IF_INFO, { [2] = 77, [3] = 3, [12] = 7 })
-  db:close()
-  db = cfgdb.open(path)
-  t.eq(db:count(IF_INFO, { [2] = 77 }), 1, "record kept")
-  db:close()
-  for _, suffix in ipairs({ "", "-wal", "-shm" }) do os.remove(path .. suffix) end
 end)
 
 t.case("db:transaction commits fn's calls as one unit or none; db:dry_run returns their journal, keeps nothing", function()

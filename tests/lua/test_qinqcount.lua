@@ -1,5 +1,5 @@
 -- VLAN_spt_UpdataQinQIfSpec against a bound database: updating, inserting and deleting the
--- counter, the recount from stored rectangles, refused arguments and injected failures.
+-- counter, the recount from stored rectangles and injected failures.
 local t = require "testlib"
 local lib = require "libvlanluaext"
 
@@ -56,21 +56,6 @@ t.case("without a stored counter the pairs of the stored rectangles are recounte
   t.lines(t.writes(db), { insert_line(24) }, "writes")
   t.same(t.pack(update(MAIN, 1, VR, true)), { 0, 25 }, "now stored")
   t.lines(t.writes(db), { set_line(25) }, "writes")
-end)
-
-t.case("wrong argument counts or types and a missing database give the single result 1", function()
-  local db = t.fresh()
-  counter(db, 10)
-  db:journal()
-  t.same(t.pack(update(MAIN, 4, VR)), { 1 }, "three values")
-  t.same(t.pack(update(MAIN, 4, VR, true, 1)), { 1 }, "five values")
-  t.same(t.pack(update(MAIN, 4, VR, 1)), { 1 }, "a number in position 4")
-  t.same(t.pack(update(MAIN, "4", VR, true)), { 1 }, "a string in position 2")
-  t.clean(db, "refused")
-  require("cfgdb").unbind()
-  t.same(t.pack(update(MAIN, 4, VR, true)), { 1 }, "no database")
-  db:bind()
-  t.clean(db, "no database")
 end)
 
 t.case("an unreadable stored counter switches to the recount and an insert that collides", function()

@@ -26,11 +26,9 @@ end)
 
 t.case("refused arguments answer 1 and the reason", function()
   local function refused(want, ...) t.same(t.pack(...), { 1, want .. "\0" }, want) end
-  refused("\nVLANLUA_Spt_UserVlanDot1qExist:uiParamNum = 2, Error\n", d(10, 100))
   refused("\nVLANLUA_Spt_UserVlanDot1qExist:uiIfIndex is not a number\n", d("a", 100, 1))
   refused("\nVLANLUA_Spt_UserVlanDot1qExist:usCeVid is not a number\n", d(10, {}, 1))
   refused("\nVLANLUA_Spt_UserVlanDot1qExist:uiVrId is not a number\n", d(10, 100, false))
-  refused("\nVLANLUA_Spt_UserVlanQinqExist: para is invalid.\n", q(20, "x", 30, 1))
   refused("\nVLANLUA_Spt_UserVlanQinqExist: para is invalid.\n", q(20, 5, 30))
 end)
 

@@ -50,12 +50,6 @@ case("pages resume after any key in model order, write nothing and leave no bloc
   t.clean(c.db, "walks")
 end)
 
-case("a start key with a PE VLAN but no CE VLAN fails the call", function()
-  small()
-  t.same(t.pack(F.lib.VLAN_spt_UserVlanMibQuery(10, 100, 0, 1, 10, 0)),
-    {n = 3, 1, nil, "\nVLAN_API_UserVlanMibQuery: return ERR\n\0"}, "results")
-end)
-
 case("descriptions are looked up with query type 1 only, nil where none is stored", function()
   local c = small()
   c:addDesc(10, 0, 10, "ten")
@@ -95,7 +89,6 @@ case("refused arguments answer 1, nil and the reason", function()
     local code, tbl, msg = q(...)
     eq(code, 1, "code"); eq(tbl, nil, "table"); eq(msg, want .. "\0", "message")
   end
-  check("\nVLANLUA_Spt_UserVlanMibQuery:uiParamNum = 5, Error\n", 0, 0, 0, 1, 10)
   check("\nVLAN_UserVlanMibQueryParse:uiIfIndex is not valid\n", 4294967295, 0, 0, 1, 10, 0)
   check("\nVLAN_UserVlanMibQueryParse:uiIfIndex is not valid\n", "x", 0, 0, 1, 10, 0)
   check("\nVLAN_UserVlanMibQueryParse:usPeVid or usCeVid is not a number\n", 0, 0, {}, 1, 10, 0)
@@ -111,19 +104,6 @@ case("a description row of an interface without entries ends the lookups after i
   local _, _, tbl = c:page(0, 0, 0, 100, 1)
   eq(tbl[1].description:match("^[^%z]*"), "ten", "before the orphan row")
   eq(tbl[10].description, nil, "after the orphan row")
-end)
-
-case("without a bound database every function answers 1 and names the missing object", function()
-  local c = small()
-  require("cfgdb").unbind()
-  local code, tbl, msg = F.lib.VLAN_spt_UserVlanMibQuery(0, 0, 0, 1, 10, 0)
-  eq(code, 1, "walk code"); eq(tbl, nil, "walk table")
-  eq(msg, "\nVLANLUA_Spt_UserVlanMibQuery:call ECM_CAPI_GetObjExt ERR\n\0", "walk message")
-  code, msg = F.lib.VLAN_spt_UserVlanDot1qExist(10, 10, 1)
-  eq(code, 1, "802.1Q code"); eq(msg, "\nVLANLUA_Spt_UserVlanDot1qExist:call ECM_CAPI_GetObjExt ERR\n\0", "802.1Q")
-  code, msg = F.lib.VLAN_spt_UserVlanQinqExist(10, 100, 11, 1)
-  eq(code, 1, "QinQ code"); eq(msg, "\nVLANLUA_Spt_UserVlanQinqExist:call ECM_CAPI_GetObjExt ERR\n\0", "QinQ")
-  c.db:bind()
 end)
 
 case("an interface with QinQ rows under two VRs shows each VR only its own, from any start key", function()

@@ -188,15 +188,6 @@ using Rects = std::vector<Rect>;
 
 /* ---- where the cut points fall ---- */
 
-TEST_F(UvlanGrid, StoredSegmentWiderAlongPeIsCutAtBothRequestEdges)
-{
-    GridRun run(env, {{5, 50, 1, 5, 3}}, Rect{10, 20, 1, 5, 7});
-    ASSERT_EQ(run.Split(), 0u);
-    EXPECT_EQ(run.CutPoints(), (std::vector<uint16_t>{10, 21, 51}));
-    EXPECT_EQ(ListOf(run.Set()->stFinalSegs), (Rects{{5, 9, 1, 5, 3}, {10, 20, 1, 5, 7}, {21, 50, 1, 5, 3}}));
-    EXPECT_NE(run.Set()->uiFlag & UVLAN_SET_ALLCOVERED, 0u) << "the request fell wholly on a stored piece";
-}
-
 TEST_F(UvlanGrid, PeEndAtTheLastVlanGivesTheCutPointPastIt)
 {
     GridRun run(env, {{4000, 4094, 1, 5, 3}}, Rect{4090, 4094, 1, 5, 7});

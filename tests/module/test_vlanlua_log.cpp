@@ -40,16 +40,6 @@ protected:
 
 }  // namespace
 
-TEST_F(LogAppend, EmptyBufferGetsNewlineThenMessage)
-{
-    VLANLUA_Write(&g.stLog, "abc\n");
-    EXPECT_EQ(Text(), "\nabc\n");
-    EXPECT_EQ(g.stLog.usUsedLen, 5);
-    VLANLUA_Write(&g.stLog, "vlan %u, n=%d", 4096u, -3);
-    EXPECT_EQ(Text(), "\nabc\n\nvlan 4096, n=-3");
-    ExpectIntact();
-}
-
 TEST_F(LogAppend, At765OnlyTheNewlineFitsAndAt766NothingChanges)
 {
     FillTo(765);

@@ -28,26 +28,6 @@ namespace {
 
 constexpr uint32_t UVLAN_VPN_SVC = 0x08360535u;
 
-/* A file path of this test process, removed with its WAL companions. */
-class TempDb {
-public:
-    explicit TempDb(const char *pcName)
-        : m_strPath(::testing::TempDir() + pcName + "_" + std::to_string(getpid()) + ".db")
-    {
-        Remove();
-    }
-    ~TempDb() { Remove(); }
-    const char *Path() const { return m_strPath.c_str(); }
-private:
-    void Remove()
-    {
-        for (const char *pcSuffix : {"", "-wal", "-shm", "-journal"}) {
-            unlink((m_strPath + pcSuffix).c_str());
-        }
-    }
-    std::string m_strPath;
-};
-
 /* A Lua state with the module and an object of its own on the file, bound. set(ifx, peb, pee,
  * ceb, cee, {type, value, ...}) calls VLAN_spt_SetUserVlanQinQSvc and answers its result code. */
 class LuaHost {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <map>
 #include <string>
@@ -79,12 +80,6 @@ struct Query {
         memcpy(&uiValue, &vecBuf[ulRec * stResult.usRecLen + ulOff], 4);
         return uiValue;
     }
-    uint16_t U16At(size_t ulRec, size_t ulOff) const
-    {
-        uint16_t usValue;
-        memcpy(&usValue, &vecBuf[ulRec * stResult.usRecLen + ulOff], 2);
-        return usValue;
-    }
 };
 
 /* One field value of a write, the way a client lists them. */
@@ -145,6 +140,26 @@ inline void Put(void *pObj, uint32_t uiTable, std::initializer_list<std::pair<ui
     ASSERT_EQ(ECM_OK, ECM_CTL_Insert(pObj, uiTable, vecVals.data(), static_cast<uint32_t>(vecVals.size())))
         << ECM_CTL_LastError(pObj);
 }
+
+/* A file path of this test process, removed with its WAL companions. */
+class TempDb {
+public:
+    explicit TempDb(const char *pcName)
+        : m_strPath(::testing::TempDir() + pcName + "_" + std::to_string(getpid()) + ".db")
+    {
+        Remove();
+    }
+    ~TempDb() { Remove(); }
+    const char *Path() const { return m_strPath.c_str(); }
+private:
+    void Remove()
+    {
+        for (const char *pcSuffix : {"", "-wal", "-shm", "-journal"}) {
+            unlink((m_strPath + pcSuffix).c_str());
+        }
+    }
+    std::string m_strPath;
+};
 
 /* A fresh in-memory database object per test. */
 class EcmTest : public ::testing::Test {

@@ -133,40 +133,6 @@ TEST_F(AvlTree, RandomOperationsMatchAnOrderedSetAndStayBalanced)
     }
 }
 
-TEST_F(AvlTree, AscendingAndDescendingInsertsKeepLogarithmicHeight)
-{
-    std::set<uint32_t> model;
-    for (uint32_t i = 0; i < 300; i++) {
-        ASSERT_TRUE(Insert(i));
-        ASSERT_TRUE(Insert(599 - i));
-        model.insert(i);
-        model.insert(599 - i);
-        ASSERT_NO_FATAL_FAILURE(ExpectShape(tree, model));
-    }
-    EXPECT_EQ(Walk(tree).size(), 600u);
-}
-
-TEST_F(AvlTree, TakingTheSmallestUntilEmptyVisitsEveryElementInOrder)
-{
-    std::vector<uint32_t> keys(items.size());
-    for (uint32_t i = 0; i < keys.size(); i++) {
-        keys[i] = i;
-    }
-    std::shuffle(keys.begin(), keys.end(), std::mt19937(7));
-    for (uint32_t uiKey : keys) {
-        ASSERT_TRUE(Insert(uiKey));
-    }
-    uint32_t uiExpected = 0;
-    while (void *p = KEL_AVL3_First(&tree, &kInfo)) {
-        ASSERT_EQ(AsItem(p)->uiKey, uiExpected++);
-        KEL_AVL3_Delete(&tree, &AsItem(p)->stNode);
-    }
-    EXPECT_EQ(uiExpected, items.size());
-    EXPECT_EQ(tree.pstRoot, nullptr);
-    EXPECT_EQ(tree.pstFirst, nullptr);
-    EXPECT_EQ(tree.pstLast, nullptr);
-}
-
 TEST(KelBytes, MemCmpComparesBytesAsUnsignedAndHonoursLength)
 {
     const unsigned char a[] = {1, 2, 0x80};

@@ -284,26 +284,18 @@ static void ExpectFreeAbortsAfterWriteAt(unsigned char *pucBlock, unsigned char 
     MOX_Free_F(pucBlock, "free.c", 4);
 }
 
-TEST_F(TaggedMemoryDeathTest, WriteOneByteBeforeABlockAbortsNamingWhereItWasAllocated)
+/* Both ends of the guard before a block and of the one after it, at sizes that put the tail guard
+ * at every alignment. */
+TEST_F(TaggedMemoryDeathTest, WriteOneByteBeforeOrPastABlockAbortsNamingWhereItWasAllocated)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (uint32_t uiSize : {0u, 1u, 24u, 333u}) {
-        auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 70 + uiSize));
-        std::string strWant = "write before the block .* allocated at alloc.c:" + std::to_string(70 + uiSize);
-        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock - 1, strWant.c_str());
-        pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 70 + uiSize));
-        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock - 8, strWant.c_str());   // the guard's far end
-    }
-}
-
-TEST_F(TaggedMemoryDeathTest, WriteOneBytePastABlockAbortsNamingWhereItWasAllocated)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    for (uint32_t uiSize : {0u, 1u, 24u, 333u}) {   // the tail guard sits at every alignment
-        auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 80 + uiSize));
-        std::string strWant = "write past the end of the block .* allocated at alloc.c:" + std::to_string(80 + uiSize);
-        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock + uiSize, strWant.c_str());
-        pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 80 + uiSize));
-        ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock + uiSize + 7, strWant.c_str());
+        const std::string strWhere = " .* allocated at alloc.c:" + std::to_string(70 + uiSize);
+        const std::string strBefore = "write before the block" + strWhere;
+        const std::string strPast = "write past the end of the block" + strWhere;
+        for (long lAt : {-1L, -8L, static_cast<long>(uiSize), static_cast<long>(uiSize) + 7}) {
+            auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize, 70 + uiSize));
+            ExpectFreeAbortsAfterWriteAt(pucBlock, pucBlock + lAt, (lAt < 0 ? strBefore : strPast).c_str());
+        }
     }
 }

@@ -31,24 +31,23 @@ const char kSource[] = "0123456789ABCDEF";
 
 }  // namespace
 
-// ---- memcpy_s ----
+// ---- memcpy_s and memset_s ----
 
-TEST(BoundedCopy, CountEqualToCapacityCopiesEverything)
+TEST(BoundedCopyAndFill, CountsUpToCapacityAreWrittenAndOneMoreWritesNothing)
 {
-    Dest d;
-    EXPECT_EQ(memcpy_s(d.bytes.data(), Dest::kCap, kSource, Dest::kCap), 0);
-    EXPECT_EQ(std::memcmp(d.bytes.data(), kSource, Dest::kCap), 0);
-    EXPECT_TRUE(d.Untouched(Dest::kCap));
+    for (size_t uiCount : {size_t{0}, Dest::kCap, Dest::kCap + 1}) {
+        const bool bFits = uiCount <= Dest::kCap;
+        const size_t uiWritten = bFits ? uiCount : 0;
+        Dest copy, fill;
+        EXPECT_EQ(memcpy_s(copy.bytes.data(), Dest::kCap, kSource, uiCount) == 0, bFits) << uiCount;
+        EXPECT_EQ(memset_s(fill.bytes.data(), Dest::kCap, 0, uiCount) == 0, bFits) << uiCount;
+        EXPECT_EQ(std::memcmp(copy.bytes.data(), kSource, uiWritten), 0) << uiCount;
+        EXPECT_EQ(std::count(fill.bytes.begin(), fill.bytes.begin() + uiWritten, 0), static_cast<long>(uiWritten));
+        EXPECT_TRUE(copy.Untouched(uiWritten) && fill.Untouched(uiWritten)) << uiCount;
+    }
 }
 
-TEST(BoundedCopy, CountOneAboveCapacityFailsAndWritesNothing)
-{
-    Dest d;
-    EXPECT_NE(memcpy_s(d.bytes.data(), Dest::kCap, kSource, Dest::kCap + 1), 0);
-    EXPECT_TRUE(d.Untouched());
-}
-
-TEST(BoundedCopy, NullPointersFailAndZeroCountSucceeds)
+TEST(BoundedCopyAndFill, NullPointersFailAndOverlappingRangesCopyTheOriginalBytes)
 {
     Dest d;
     EXPECT_NE(memcpy_s(nullptr, Dest::kCap, kSource, 1), 0);
@@ -56,63 +55,32 @@ TEST(BoundedCopy, NullPointersFailAndZeroCountSucceeds)
     EXPECT_NE(memset_s(nullptr, Dest::kCap, 0, 1), 0);
     EXPECT_EQ(memcpy_s(d.bytes.data(), 0, kSource, 0), 0);
     EXPECT_TRUE(d.Untouched());
-}
-
-TEST(BoundedCopy, OverlappingRangesCopyTheOriginalBytes)
-{
     char acText[] = "abcdef";
     EXPECT_EQ(memcpy_s(acText + 1, 5, acText, 4), 0);
     EXPECT_STREQ(acText, "aabcdf");
 }
 
-// ---- memset_s ----
-
-TEST(BoundedFill, CountEqualToCapacityFillsEverything)
-{
-    Dest d;
-    EXPECT_EQ(memset_s(d.bytes.data(), Dest::kCap, 0, Dest::kCap), 0);
-    EXPECT_EQ(std::count(d.bytes.begin(), d.bytes.begin() + Dest::kCap, 0), 8);
-    EXPECT_TRUE(d.Untouched(Dest::kCap));
-}
-
-TEST(BoundedFill, CountOneAboveCapacityFailsAndWritesNothing)
-{
-    Dest d;
-    EXPECT_NE(memset_s(d.bytes.data(), Dest::kCap, 0, Dest::kCap + 1), 0);
-    EXPECT_TRUE(d.Untouched());
-}
-
 // ---- snprintf_truncated_s ----
 
-TEST(TruncatingFormat, ShortOutputIsWrittenWhole)
+TEST(TruncatingFormat, OutputIsCutToCapacityLessOneAndCountsOnlyWhatWasWritten)
 {
+    const struct {
+        size_t uiCap;
+        const char *pcText;
+        int iWant;
+        const char *pcWritten;
+    } aCases[] = {{Dest::kCap, "4096", 4, "4096"}, {Dest::kCap, "1234567", 7, "1234567"},
+                  {Dest::kCap, "abcdef-42", 7, "abcdef-"}, {1, "\n", 0, ""}};
+    for (const auto &c : aCases) {
+        Dest d;
+        char *pcDest = reinterpret_cast<char *>(d.bytes.data());
+        EXPECT_EQ(snprintf_truncated_s(pcDest, c.uiCap, "%s", c.pcText), c.iWant) << c.pcText;
+        EXPECT_STREQ(pcDest, c.pcWritten);
+        EXPECT_TRUE(d.Untouched(c.uiCap)) << c.pcText;
+    }
     char acBuf[16];
-    EXPECT_EQ(snprintf_truncated_s(acBuf, sizeof acBuf, "%u", 4096u), 4);
-    EXPECT_STREQ(acBuf, "4096");
-}
-
-TEST(TruncatingFormat, OutputOfCapacityMinusOneFitsExactly)
-{
-    Dest d;
-    EXPECT_EQ(snprintf_truncated_s(reinterpret_cast<char *>(d.bytes.data()), Dest::kCap, "%s", "1234567"), 7);
-    EXPECT_STREQ(reinterpret_cast<char *>(d.bytes.data()), "1234567");
-    EXPECT_TRUE(d.Untouched(Dest::kCap));
-}
-
-TEST(TruncatingFormat, LongerOutputIsCutAndCountsOnlyWhatWasWritten)
-{
-    Dest d;
-    EXPECT_EQ(snprintf_truncated_s(reinterpret_cast<char *>(d.bytes.data()), Dest::kCap, "%s-%d", "abcdef", -42), 7);
-    EXPECT_STREQ(reinterpret_cast<char *>(d.bytes.data()), "abcdef-");
-    EXPECT_TRUE(d.Untouched(Dest::kCap));
-}
-
-TEST(TruncatingFormat, CapacityOneWritesOnlyTheTerminator)
-{
-    Dest d;
-    EXPECT_EQ(snprintf_truncated_s(reinterpret_cast<char *>(d.bytes.data()), 1, "\n"), 0);
-    EXPECT_EQ(d.bytes[0], 0);
-    EXPECT_TRUE(d.Untouched(1));
+    EXPECT_EQ(snprintf_truncated_s(acBuf, sizeof acBuf, "%u-%d", 4096u, -42), 8) << "arguments are formatted";
+    EXPECT_STREQ(acBuf, "4096--42");
 }
 
 TEST(TruncatingFormat, ZeroCapacityAndNullPointersFailWithoutWriting)
