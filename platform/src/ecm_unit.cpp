@@ -145,7 +145,7 @@ void Ecm_CallEnter(void *pState)
 }
 
 /* Whether the running call lost the race for the write lock on one of its objects. */
-bool CallIsVoid()
+static bool CallIsVoid()
 {
     for (EcmDb *pstDb = tls_pCallUnits; pstDb != nullptr; pstDb = pstDb->pNextInCall) {
         if (pstDb->eCallUnit == ECM_UNIT_VOID) {
