@@ -107,17 +107,6 @@ end
 
 /* ---- the floors: the module's steps straight on the engine's C API ---- */
 
-/* The element just fetched, pushed, and its type: engines before 5.3 do not answer the type. */
-int FloorGetTable(lua_State *L, int iArg)
-{
-#if LUA_VERSION_NUM >= 503
-    return lua_gettable(L, iArg);
-#else
-    lua_gettable(L, iArg);
-    return lua_type(L, -1);
-#endif
-}
-
 /* An element read as the module reads it: only a number counts (a string never does); integral
  * values keep their low 32 bits, others are cut toward zero, NaN and infinities read 0. */
 uint32_t FloorElement(lua_State *L, int iType)
@@ -150,7 +139,7 @@ bool FloorReadBitMap(lua_State *L, int iArg, uint8_t *pucOut, lua_Integer *pllNu
     }
     for (lua_Integer i = 1; i <= llNum; i++) {
         lua_pushinteger(L, i);
-        pucOut[i - 1] = static_cast<uint8_t>(FloorElement(L, FloorGetTable(L, iArg)));
+        pucOut[i - 1] = static_cast<uint8_t>(FloorElement(L, SysdtLua_GetTable(L, iArg)));
         lua_pop(L, 1);
     }
     *pllNum = llNum;

@@ -29,6 +29,18 @@
 #define SYSDT_LUA_INTEGERS 0
 #endif
 
+/* lua_gettable of 5.3: replaces the key on top by the element and answers its type (older
+ * engines are asked for it). */
+inline int SysdtLua_GetTable(lua_State *L, int iIdx)
+{
+#if LUA_VERSION_NUM >= 503
+    return lua_gettable(L, iIdx);
+#else
+    lua_gettable(L, iIdx);
+    return lua_type(L, -1);
+#endif
+}
+
 /* Element count of the table (or length of the string) at iIdx, without metamethods. */
 inline size_t SysdtLua_RawLen(lua_State *L, int iIdx)
 {

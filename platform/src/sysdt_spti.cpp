@@ -38,17 +38,6 @@ uint32_t NumberToUInt(lua_State *L, int iPos)
     return FloatToUInt(lua_tonumber(L, iPos));
 }
 
-/* lua_gettable answers the type of what it pushed from 5.3 on; older engines are asked. */
-int GetTableAndType(lua_State *L, int iPos)
-{
-#if LUA_VERSION_NUM >= 503
-    return lua_gettable(L, iPos);
-#else
-    lua_gettable(L, iPos);
-    return lua_type(L, -1);
-#endif
-}
-
 /* The element just fetched replaced the key on top; a number is read now, ToUInt(-1) comes next. */
 void NoteFetched(SysdtCallFrame *pstFrame, int iType)
 {
@@ -204,7 +193,7 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
     if (stack.Top() < 1 || iAbs == 0) {
         return;
     }
-    int iType = GetTableAndType(stack.L(), iAbs);
+    int iType = SysdtLua_GetTable(stack.L(), iAbs);
     stack.Moved(0, iType);
     NoteFetched(stack.Frame(), iType);
 }
@@ -227,7 +216,7 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
         SysdtSpti_PushPending(pstFrame);
     }
     pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
-    NoteFetched(pstFrame, GetTableAndType(pstFrame->L, iPos));
+    NoteFetched(pstFrame, SysdtLua_GetTable(pstFrame->L, iPos));
 }
 
 [[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
