@@ -9,7 +9,6 @@
 # Under luarocks (VLANLUA_ROCKS) the build installs into the rock's own folders, lib/ and bin/,
 # which luarocks then copies to <tree>/lib/lua/<version> and <tree>/bin; the run paths are worked
 # out for that final place. Headers and the pkg-config file stay with the plain install.
-set(VLANLUA_VERSION 1.0.0)
 option(VLANLUA_ROCKS "Install for luarocks: modules and library in lib/, command in bin/" OFF)
 
 set(VLANLUA_INSTALL_CMODDIR "lib/lua/${VLANLUA_LUA_VERSION}" CACHE STRING "C modules, relative to the prefix")
