@@ -177,27 +177,18 @@ case("refusals: usage errors exit 2, failures exit 1, each with its reason, and 
     tostring(status), err)
 end)
 
--- The words of a font macro's arguments: quoted groups (blanks kept) or blank-separated words.
-local function macro_words(rest)
-  local words, i = {}, 1
-  while i <= #rest do
-    local quoted = rest:match('^"([^"]*)"', i)
-    local word = quoted or rest:match("^[^ ]+", i)
-    words[#words + 1] = word
-    i = i + #word + (quoted and 2 or 0)
-    i = i + #rest:match("^ *", i)
-  end
-  return words
-end
-
 -- roff as a reader sees it: the font macros' words joined as they print (.B and .I with blanks,
--- the alternating ones without), escapes resolved; other requests as ".XX".
+-- the alternating ones without; a quoted group is one word), escapes resolved; other requests as ".XX".
 local function roff_lines(text)
   local out = {}
   for line in text:gmatch("[^\n]*") do
     local macro, rest = line:match("^%.(%u%u?) ?(.*)$")
     if macro and macro:match("^[BIR][BIR]?$") then
-      line = table.concat(macro_words(rest), #macro == 1 and " " or "")
+      local words = {}
+      for word in rest:gsub('"([^"]*)"', function(q) return (q:gsub(" ", "\0")) end):gmatch("%S+") do
+        words[#words + 1] = word:gsub("%z", " ")
+      end
+      line = table.concat(words, #macro == 1 and " " or "")
     elseif macro then
       line = "." .. macro
     end
