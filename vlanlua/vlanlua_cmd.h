@@ -84,6 +84,9 @@ struct CmdIfCounts {
 };
 uint32_t Cmd_ReadCounts(void *pObj, std::vector<CmdIfCounts> *pvecCounts);
 
+/* "#12": how the views name a row. */
+std::string Cmd_RowNo(const CmdRow &stRow);
+
 /* "100-139", or "7" for a range of one. */
 std::string Cmd_Range(uint64_t ulBegin, uint64_t ulEnd);
 

@@ -222,7 +222,7 @@ bool Fits(const std::vector<std::string> &vecLines, const Box &b)
  * empty when none fits. */
 std::vector<std::string> LabelFor(const CmdRow &r, const Box &b)
 {
-    std::string strNo = "#" + std::to_string(r.uiNo);
+    std::string strNo = Cmd_RowNo(r);
     std::string strPe = "PE " + Cmd_Range(r.Num("pe_begin"), r.Num("pe_end"));
     std::string strCe = "CE " + Cmd_Range(r.Num("ce_begin"), r.Num("ce_end"));
     size_t ulChars = b.dW > 8 ? static_cast<size_t>((b.dW - 8) / CHAR_W) : 1;
@@ -246,7 +246,7 @@ const char *const LABEL_STYLE = " font-size=\"11\" pointer-events=\"none\"";
 /* The number of an unlabelled rectangle: inside when it fits, else just right of it on a halo. */
 std::string NumberMark(const CmdRow &r, const Box &b)
 {
-    std::string strNo = "#" + std::to_string(r.uiNo);
+    std::string strNo = Cmd_RowNo(r);
     if (Fits({strNo}, b)) {
         return Text(b.dX + 3, b.dY + LINE_H, LABEL_STYLE, strNo);
     }
@@ -263,7 +263,7 @@ std::string RowRect(const CmdRow &r, const Box &b, const Legend &stLegend)
            Attr("data-set", std::to_string(ulSet)) + Attr("data-pe", strPe) + Attr("data-ce", strCe) + Attr("x", Num(b.dX)) +
            Attr("y", Num(b.dY)) + Attr("width", Num(b.dW)) + Attr("height", Num(b.dH)) +
            Attr("fill", stLegend.vecEntries[ulSet].strFill) + " stroke=\"#333\"><title>" +
-           Cmd_Escape("#" + std::to_string(r.uiNo) + " " + Cmd_RowText(r)) + "</title></rect>\n";
+           Cmd_Escape(Cmd_RowNo(r) + " " + Cmd_RowText(r)) + "</title></rect>\n";
 }
 
 /* The plane's rectangles, larger ones first so that small ones lie on top, then their labels;
@@ -334,7 +334,7 @@ std::string DrawKey(const std::vector<const CmdRow *> &vecKey, double *pdY)
     std::vector<const CmdRow *> vecSorted = vecKey;
     std::sort(vecSorted.begin(), vecSorted.end(), [](const CmdRow *a, const CmdRow *b) { return a->uiNo < b->uiNo; });
     for (const CmdRow *r : vecSorted) {
-        std::string strEntry = "#" + std::to_string(r->uiNo) + "  PE " + Cmd_Range(r->Num("pe_begin"), r->Num("pe_end")) +
+        std::string strEntry = Cmd_RowNo(*r) + "  PE " + Cmd_Range(r->Num("pe_begin"), r->Num("pe_end")) +
                                ", CE " + Cmd_Range(r->Num("ce_begin"), r->Num("ce_end")) + ": " + Cmd_LegendLabel(*r);
         for (const std::string &strLine : Wrap(strEntry, 46)) {
             *pdY += LINE_H + 1;

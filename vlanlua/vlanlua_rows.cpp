@@ -227,6 +227,12 @@ uint32_t Cmd_ReadCounts(void *pObj, std::vector<CmdIfCounts> *pvecCounts)
     return ECM_OK;
 }
 
+std::string Cmd_RowNo(const CmdRow &stRow)
+{
+    std::string strNo = "#";
+    return strNo.append(std::to_string(stRow.uiNo));
+}
+
 std::string Cmd_Range(uint64_t ulBegin, uint64_t ulEnd)
 {
     return ulBegin == ulEnd ? std::to_string(ulBegin) : std::to_string(ulBegin) + "-" + std::to_string(ulEnd);

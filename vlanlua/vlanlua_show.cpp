@@ -40,7 +40,7 @@ void PrintInterface(const CmdIfConfig &stConfig)
         }
         printf("%s: %zu\n", pcTitle, vecRows.size());
         for (const CmdRow &stRow : vecRows) {
-            printf("  %s%s\n", Pad("#" + std::to_string(stRow.uiNo), 5).c_str(), Cmd_RowText(stRow).c_str());
+            printf("  %s%s\n", Pad(Cmd_RowNo(stRow), 5).c_str(), Cmd_RowText(stRow).c_str());
         }
     }
 }
