@@ -11,7 +11,7 @@ local CMD = "bin/vlanlua"                   -- ctest runs the script from the bu
 local SRC = (arg and arg[0] or ""):match("^(.*)/tests/lua/[^/]*$") or "."
 local BROWSER = arg and arg[1] == "browser"
 local SEG, BASE, VPN, PWSUP, CTRL = 0x08361118, 0x08361119, 0x08360535, 0x0D4B12D9, 0x083607EF
-local UDOT1Q, UDESC, UANY = 0x08361117, 0x0836111B, 0x0836117F
+local QINQ, UDOT1Q, UDESC, UANY = 0x083606C1, 0x08361117, 0x0836111B, 0x0836117F
 
 local function sh_quote(s)
   return "'" .. s:gsub("'", "'\\''") .. "'"
@@ -181,7 +181,7 @@ end)
 -- the alternating ones without; a quoted group is one word), escapes resolved; other requests as ".XX".
 local function roff_lines(text)
   local out = {}
-  for line in text:gmatch("[^\n]*") do
+  for line in (text .. "\n"):gmatch("(.-)\n") do
     local macro, rest = line:match("^%.(%u%u?) ?(.*)$")
     if macro and macro:match("^[BIR][BIR]?$") then
       local words = {}
@@ -438,7 +438,7 @@ local function drawn_rows(file, ifIndex)
   for _, r in ipairs(db:rows(SEG, { [1] = ifIndex })) do
     want["uvlan-qinq"][r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = services_of(db, r[2])
   end
-  for _, r in ipairs(db:rows(0x083606C1, { [2] = ifIndex })) do
+  for _, r in ipairs(db:rows(QINQ, { [2] = ifIndex })) do
     want["qinq-match"][r[4] .. "-" .. r[5] .. "/" .. r[6] .. "-" .. r[7]] = "match group " .. r[8]
   end
   db:close()
