@@ -5,12 +5,10 @@
  * one-VLAN row stays visible; its left and upper edges stay exact. Every rectangle carries its
  * number, ranges and legend entry (data-row, data-pe, data-ce, data-set), and every plane the
  * ranges it spans (data-pe, data-ce), so the drawing can be read back by a program too. */
-#include <math.h>
 #include <stdio.h>
 
 #include <algorithm>
 #include <map>
-#include <set>
 
 #include "vlanlua_cmd.h"
 
@@ -25,8 +23,7 @@ constexpr double PANEL_BELOW = 58;  /* PE tick labels, the PE axis title and a g
 constexpr double SIDE_X = MARGIN_LEFT + PLANE_W + 36;
 constexpr double SIDE_W = 310;
 constexpr double MIN_SIZE = 5;
-constexpr double FONT = 11;
-constexpr double CHAR_W = 6.6;      /* a generous width of one character at FONT */
+constexpr double CHAR_W = 6.6;      /* a generous width of one character of the 11-pixel labels */
 constexpr double LINE_H = 13;
 
 const CmdKind DRAWN_KINDS[] = {KIND_UVLAN_QINQ, KIND_QINQ_MATCH};
@@ -55,7 +52,7 @@ std::string Span(uint64_t ulBegin, uint64_t ulEnd)
 
 /* ---- Axes at round steps ---- */
 
-/* An axis from uiLo to uiHi (both multiples of uiStep) over dPixels. */
+/* An axis from ulLo to ulHi (both multiples of ulStep) over dPixels. */
 struct Axis {
     uint64_t ulLo, ulHi, ulStep;
     double dPixels;
