@@ -542,6 +542,7 @@ end
 
 if BROWSER and exit_status(os.execute("command -v chromium >/dev/null")) ~= 0 then
   print("skip: no chromium on this machine (scripts/setup.sh installs it wherever Debian has it)")
+  os.execute("rm -rf " .. sh_quote(dir))
   os.exit(77)
 end
 
