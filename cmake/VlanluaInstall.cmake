@@ -5,11 +5,11 @@
 #   lib/                libvlplatform.so, pkgconfig/vlanluaext.pc
 #   include/vlanlua/    the platform's and the module's headers
 #   bin/                vlanlua
+#   share/man/man1/     vlanlua.1
 #
 # Under luarocks (VLANLUA_ROCKS) the build installs into the rock's own folders, lib/ and bin/,
 # which luarocks then copies to <tree>/lib/lua/<version> and <tree>/bin; the run paths are worked
 # out for that final place. Headers and the pkg-config file stay with the plain install.
-set(VLANLUA_VERSION 1.0.0)
 option(VLANLUA_ROCKS "Install for luarocks: modules and library in lib/, command in bin/" OFF)
 
 set(VLANLUA_INSTALL_CMODDIR "lib/lua/${VLANLUA_LUA_VERSION}" CACHE STRING "C modules, relative to the prefix")
@@ -63,4 +63,5 @@ if(NOT VLANLUA_ROCKS)
   string(REGEX REPLACE "/$" "" pc_prefix_from_pcdir "${pc_prefix_from_pcdir}")
   configure_file(${CMAKE_CURRENT_LIST_DIR}/vlanluaext.pc.in ${CMAKE_BINARY_DIR}/vlanluaext.pc @ONLY)
   install(FILES ${CMAKE_BINARY_DIR}/vlanluaext.pc DESTINATION ${VLANLUA_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${CMAKE_SOURCE_DIR}/vlanlua/vlanlua.1 DESTINATION share/man/man1)
 endif()

@@ -64,6 +64,13 @@ void AppendValue(std::string *pstrOut, const ECM_CTL_FIELD_S *pstField, const EC
 
 }  // namespace
 
+std::string Cmd_QuotedText(const std::string &strBytes)
+{
+    std::string strOut;
+    AppendText(&strOut, reinterpret_cast<const uint8_t *>(strBytes.data()), static_cast<uint32_t>(strBytes.size()));
+    return strOut;
+}
+
 const char *Cmd_ShortName(const char *pcColumn)
 {
     const char *pc = pcColumn;

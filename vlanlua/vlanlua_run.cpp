@@ -25,22 +25,6 @@ std::string OwnDir()
     return pcSlash != nullptr ? std::string(acPath, pcSlash) : std::string(".");
 }
 
-/* The modules beside the command come first: installed, they are at the install's module folder
- * relative to it; in the build tree, at build/lua. The engine's own search path follows. */
-void SetModulePath(lua_State *L)
-{
-    std::string strDir = OwnDir();
-    std::string strPath = strDir + "/" VLANLUA_INSTALL_CMOD_DIR "/?.so;" + strDir + "/" VLANLUA_BUILD_CMOD_DIR "/?.so;";
-    lua_getglobal(L, "package");
-    lua_getfield(L, -1, "cpath");
-    const char *pcOld = lua_tostring(L, -1);
-    strPath += pcOld != nullptr ? pcOld : "";
-    lua_pop(L, 1);
-    lua_pushstring(L, strPath.c_str());
-    lua_setfield(L, -2, "cpath");
-    lua_pop(L, 1);
-}
-
 /* arg as the stock interpreter builds it: the script at 0, its arguments from 1, the command and
  * its options at negative indexes. */
 void SetArgTable(lua_State *L, const CmdScript &stScript)
@@ -78,12 +62,15 @@ bool RunChunk(lua_State *L, const CmdScript &stScript)
         return false;
     }
     int iArgs = stScript.iArgc - stScript.iScriptAt - 1;
-    luaL_checkstack(L, iArgs, "too many script arguments");
+    if (!lua_checkstack(L, iArgs)) {
+        fputs("vlanlua: too many script arguments\n", stderr);
+        return false;
+    }
     for (int i = 1; i <= iArgs; i++) {
         lua_pushstring(L, stScript.ppcArgv[stScript.iScriptAt + i]);
     }
     if (lua_pcall(L, iArgs, 0, iHandler) != 0) {
-        ReportError(L, stScript.bDryRun ? "dry run rolled back: " : "");
+        ReportError(L, stScript.eMode == CMD_DRY_RUN ? "dry run rolled back: " : "");
         return false;
     }
     return true;
@@ -101,29 +88,64 @@ void PrintWrites(void *pObj, uint32_t uiFirst)
     }
 }
 
-int RunBound(lua_State *L, void *pObj, const CmdScript &stScript)
+/* Each call keeps its own writes; a script that raises keeps those of the calls before. */
+int RunEachCall(lua_State *L, const CmdScript &stScript)
+{
+    if (RunChunk(L, stScript)) {
+        return 0;
+    }
+    fputs("vlanlua: the calls made before the error keep their changes\n", stderr);
+    return CMD_EXIT_FAIL;
+}
+
+/* The script inside one outer unit of work: committed when it ends, rolled back when it raises or
+ * when it is a dry run. A call inside joins the unit, so a raise undoes the calls before it too. */
+int RunInUnit(lua_State *L, void *pObj, const CmdScript &stScript)
 {
     uint32_t uiFirst = ECM_CTL_JournalCount(pObj);
-    if (stScript.bDryRun && ECM_CTL_UnitBegin(pObj) != ECM_OK) {
-        fprintf(stderr, "vlanlua: cannot begin the dry run: %s\n", ECM_CTL_LastError(pObj));
+    uint32_t uiRet = ECM_CTL_UnitBegin(pObj);
+    if (uiRet != ECM_OK) {
+        fprintf(stderr, "vlanlua: cannot start the change: %s\nvlanlua: nothing was changed\n",
+                uiRet == ECM_ERR_BUSY ? "another process held the database past the busy timeout"
+                                      : ECM_CTL_LastError(pObj));
         return CMD_EXIT_FAIL;
     }
     bool bOk = RunChunk(L, stScript);
-    if (!stScript.bDryRun) {
-        return bOk ? 0 : CMD_EXIT_FAIL;
-    }
-    if (bOk) {
+    bool bDry = stScript.eMode == CMD_DRY_RUN;
+    if (bOk && bDry) {
         fflush(stdout);     /* the script's own output comes before the list of writes */
         PrintWrites(pObj, uiFirst);
     }
-    if (ECM_CTL_UnitEnd(pObj, 0) != ECM_OK) {
-        fprintf(stderr, "vlanlua: cannot roll the dry run back: %s\n", ECM_CTL_LastError(pObj));
-        return CMD_EXIT_FAIL;
+    bool bCommit = bOk && !bDry;
+    if (ECM_CTL_UnitEnd(pObj, bCommit ? 1 : 0) != ECM_OK) {
+        fprintf(stderr, "vlanlua: cannot %s the script's writes: %s\n", bCommit ? "commit" : "roll back",
+                ECM_CTL_LastError(pObj));
+        bOk = false;
+    }
+    if (!bOk && !bDry) {
+        fputs("vlanlua: nothing was changed\n", stderr);
     }
     return bOk ? 0 : CMD_EXIT_FAIL;
 }
 
 }  // namespace
+
+/* Installed, the modules are at the install's module folder relative to the command; in the build
+ * tree, at build/lua. */
+void Cmd_SetModulePath(void *pState)
+{
+    lua_State *L = static_cast<lua_State *>(pState);
+    std::string strDir = OwnDir();
+    std::string strPath = strDir + "/" VLANLUA_INSTALL_CMOD_DIR "/?.so;" + strDir + "/" VLANLUA_BUILD_CMOD_DIR "/?.so;";
+    lua_getglobal(L, "package");
+    lua_getfield(L, -1, "cpath");
+    const char *pcOld = lua_tostring(L, -1);
+    strPath += pcOld != nullptr ? pcOld : "";
+    lua_pop(L, 1);
+    lua_pushstring(L, strPath.c_str());
+    lua_setfield(L, -2, "cpath");
+    lua_pop(L, 1);
+}
 
 int Cmd_RunScript(void *pObj, const CmdScript &stScript)
 {
@@ -133,10 +155,10 @@ int Cmd_RunScript(void *pObj, const CmdScript &stScript)
         return CMD_EXIT_FAIL;
     }
     luaL_openlibs(L);
-    SetModulePath(L);
+    Cmd_SetModulePath(L);
     SetArgTable(L, stScript);
     ECM_CTL_Bind(L, pObj);
-    int iRet = RunBound(L, pObj, stScript);
+    int iRet = stScript.eMode == CMD_EACH_CALL ? RunEachCall(L, stScript) : RunInUnit(L, pObj, stScript);
     ECM_CTL_Unbind(L);
     lua_close(L);
     return iRet;

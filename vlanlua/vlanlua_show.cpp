@@ -1,167 +1,146 @@
-/* The user-VLAN QinQ segments of one interface, read through the control side: each segment's PE
- * and CE range with the services of its base and VPN rows, printed as text and drawn as SVG.
- * Columns are found by their names in the schema, so the view follows the schema's field numbers. */
+/* --show: an interface's VLAN configuration as text, grouped by kind, with its drawing and page
+ * written on request; or, for the whole file, one line per interface with its rows per kind. */
 #include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-
-#include <algorithm>
-#include <string>
-#include <vector>
 
 #include "vlanlua_cmd.h"
-#include "vlanlua_pub.h"
 
 namespace {
 
-/* Field number of the column whose name (without its "f<number>_" prefix) is pcShort; 0 if none. */
-uint32_t ColumnNo(const ECM_CTL_TABLE_S *pstTable, const char *pcShort)
+std::string Pad(const std::string &strText, size_t ulWidth)
 {
-    for (uint32_t i = 0; pstTable != nullptr && i < pstTable->uiFieldNum; i++) {
-        if (strcmp(Cmd_ShortName(pstTable->pstFields[i].pcName), pcShort) == 0) {
-            return pstTable->pstFields[i].ucFieldNo;
-        }
+    return strText.size() >= ulWidth ? strText + " " : strText + std::string(ulWidth - strText.size(), ' ');
+}
+
+std::string Field(const char *pcName, uint64_t ulValue)
+{
+    return std::string(pcName) + " " + std::to_string(ulValue);
+}
+
+std::string KeyName(const CmdRow &stRow)
+{
+    std::string strKey = stRow.Text("key_name");
+    return strKey.empty() ? "" : "  key " + Cmd_QuotedText(strKey);
+}
+
+/* ---- One interface ---- */
+
+void PrintInterface(const CmdIfConfig &stConfig)
+{
+    size_t ulRows = 0;
+    for (const std::vector<CmdRow> &vecRows : stConfig.avecRows) {
+        ulRows += vecRows.size();
     }
-    return 0;
-}
-
-uint32_t RowValue(const ECM_CTL_VAL_S *pstFields, uint32_t uiNum, uint32_t uiFieldNo)
-{
-    for (uint32_t i = 0; i < uiNum; i++) {
-        if (pstFields[i].uiFieldNo == uiFieldNo) {
-            return static_cast<uint32_t>(pstFields[i].ulNum);
+    printf("interface %u: %zu row%s\n", stConfig.uiIfIndex, ulRows, ulRows == 1 ? "" : "s");
+    for (int k = 0; k < KIND_NUM; k++) {
+        const std::vector<CmdRow> &vecRows = stConfig.avecRows[k];
+        const char *pcTitle = Cmd_KindInfo(static_cast<CmdKind>(k)).pcTitle;
+        if (vecRows.empty()) {
+            printf("%s: none\n", pcTitle);
+            continue;
         }
-    }
-    return 0;
-}
-
-/* ---- Reading ---- */
-
-struct SegColumns {
-    uint32_t uiSegIndex, uiPeBgn, uiPeEnd, uiCeBgn, uiCeEnd;
-};
-
-struct SegReader {
-    SegColumns stCols;
-    std::vector<CmdSegment> vecSegs;
-};
-
-void OnSegRow(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum)
-{
-    SegReader *pstReader = static_cast<SegReader *>(pCtx);
-    const SegColumns &c = pstReader->stCols;
-    CmdSegment stSeg;
-    stSeg.uiSegIndex = RowValue(pstFields, uiNum, c.uiSegIndex);
-    stSeg.auiPe[0] = RowValue(pstFields, uiNum, c.uiPeBgn);
-    stSeg.auiPe[1] = RowValue(pstFields, uiNum, c.uiPeEnd);
-    stSeg.auiCe[0] = RowValue(pstFields, uiNum, c.uiCeBgn);
-    stSeg.auiCe[1] = RowValue(pstFields, uiNum, c.uiCeEnd);
-    pstReader->vecSegs.push_back(stSeg);
-}
-
-/* Service number and value of every non-zero "svc<n>" column of a service row. */
-struct SvcReader {
-    const ECM_CTL_TABLE_S *pstTable;
-    std::vector<std::pair<uint32_t, uint32_t>> vecSvcs;
-};
-
-void OnSvcRow(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum)
-{
-    SvcReader *pstReader = static_cast<SvcReader *>(pCtx);
-    for (uint32_t i = 0; i < uiNum; i++) {
-        const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstReader->pstTable, pstFields[i].uiFieldNo);
-        const char *pcShort = pstField != nullptr ? Cmd_ShortName(pstField->pcName) : "";
-        if (strncmp(pcShort, "svc", 3) == 0 && pstFields[i].ulNum != 0) {
-            pstReader->vecSvcs.emplace_back(static_cast<uint32_t>(atoi(pcShort + 3)),
-                                            static_cast<uint32_t>(pstFields[i].ulNum));
+        printf("%s: %zu\n", pcTitle, vecRows.size());
+        for (const CmdRow &stRow : vecRows) {
+            printf("  %s%s\n", Pad(Cmd_RowNo(stRow), 5).c_str(), Cmd_RowText(stRow).c_str());
         }
     }
 }
 
-/* "svc1=7 svc8=3" in service order, or "none". */
-uint32_t ReadServices(void *pObj, CmdSegment *pstSeg)
+/* Writes the text into the file opened for it and closes it; false when that fails. */
+bool WriteFile(FILE *pFile, const std::string &strText)
 {
-    SvcReader stReader{nullptr, {}};
-    for (uint32_t uiTable : {VLANLUA_TBL_UVLAN_BASE_SVC, VLANLUA_TBL_UVLAN_VPN_SVC}) {
-        stReader.pstTable = ECM_CTL_FindTable(uiTable);
-        ECM_CTL_VAL_S stWhere{ColumnNo(stReader.pstTable, "seg_index"), 0, pstSeg->uiSegIndex, nullptr};
-        uint32_t uiRet = ECM_CTL_Rows(pObj, uiTable, &stWhere, 1, OnSvcRow, &stReader);
-        if (uiRet != ECM_OK) {
-            return uiRet;
-        }
-    }
-    std::sort(stReader.vecSvcs.begin(), stReader.vecSvcs.end());
-    for (const auto &svc : stReader.vecSvcs) {
-        pstSeg->strServices += (pstSeg->strServices.empty() ? "svc" : " svc") + std::to_string(svc.first) + "=" +
-                               std::to_string(svc.second);
-    }
-    if (pstSeg->strServices.empty()) {
-        pstSeg->strServices = "none";
-    }
-    return ECM_OK;
-}
-
-/* The interface's segments by PE begin, then CE begin, each with its services. */
-uint32_t ReadSegments(void *pObj, uint32_t uiIfIndex, std::vector<CmdSegment> *pvecSegs)
-{
-    const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(VLANLUA_TBL_UVLAN_QINQ_SEG);
-    SegReader stReader{{ColumnNo(pstTable, "seg_index"), ColumnNo(pstTable, "pe_begin"), ColumnNo(pstTable, "pe_end"),
-                        ColumnNo(pstTable, "ce_begin"), ColumnNo(pstTable, "ce_end")},
-                       {}};
-    ECM_CTL_VAL_S stWhere{ColumnNo(pstTable, "ifindex"), 0, uiIfIndex, nullptr};
-    uint32_t uiRet = ECM_CTL_Rows(pObj, VLANLUA_TBL_UVLAN_QINQ_SEG, &stWhere, 1, OnSegRow, &stReader);
-    for (size_t i = 0; uiRet == ECM_OK && i < stReader.vecSegs.size(); i++) {
-        uiRet = ReadServices(pObj, &stReader.vecSegs[i]);
-    }
-    std::sort(stReader.vecSegs.begin(), stReader.vecSegs.end(), [](const CmdSegment &a, const CmdSegment &b) {
-        return a.auiPe[0] != b.auiPe[0] ? a.auiPe[0] < b.auiPe[0] : a.auiCe[0] < b.auiCe[0];
-    });
-    *pvecSegs = std::move(stReader.vecSegs);
-    return uiRet;
-}
-
-/* ---- Printing ---- */
-
-std::string Range(const uint32_t *puiRange)
-{
-    return std::to_string(puiRange[0]) + "-" + std::to_string(puiRange[1]);
-}
-
-void PrintSegments(uint32_t uiIfIndex, const std::vector<CmdSegment> &vecSegs)
-{
-    printf("interface %u: %zu user-VLAN QinQ segment%s\n", uiIfIndex, vecSegs.size(), vecSegs.size() == 1 ? "" : "s");
-    for (const CmdSegment &stSeg : vecSegs) {
-        printf("  PE %-10s CE %-10s segment %-8u %s\n", Range(stSeg.auiPe).c_str(), Range(stSeg.auiCe).c_str(),
-               stSeg.uiSegIndex, stSeg.strServices.c_str());
-    }
-}
-
-bool WriteDrawing(FILE *pFile, uint32_t uiIfIndex, const std::vector<CmdSegment> &vecSegs)
-{
-    std::string strSvg = Cmd_DrawSegments(uiIfIndex, vecSegs);
-    bool bOk = fwrite(strSvg.data(), 1, strSvg.size(), pFile) == strSvg.size();
+    bool bOk = fwrite(strText.data(), 1, strText.size(), pFile) == strText.size();
     return fclose(pFile) == 0 && bOk;
+}
+
+int ShowInterface(void *pObj, const CmdShow &stShow)
+{
+    CmdIfConfig stConfig;
+    if (Cmd_ReadInterface(pObj, stShow.uiIfIndex, &stConfig) != ECM_OK) {
+        fprintf(stderr, "vlanlua: cannot read the interface's rows: %s\n", ECM_CTL_LastError(pObj));
+        return CMD_EXIT_FAIL;
+    }
+    /* Both files are opened before anything is printed, so a file that cannot be written prints nothing. */
+    FILE *apFiles[2] = {nullptr, nullptr};
+    const char *apcPaths[2] = {stShow.pcSvg, stShow.pcHtml};
+    for (int i = 0; i < 2; i++) {
+        apFiles[i] = apcPaths[i] != nullptr ? fopen(apcPaths[i], "w") : nullptr;
+        if (apcPaths[i] != nullptr && apFiles[i] == nullptr) {
+            fprintf(stderr, "vlanlua: %s: cannot write it\n", apcPaths[i]);
+            if (i == 1 && apFiles[0] != nullptr) {
+                fclose(apFiles[0]);
+            }
+            return CMD_EXIT_FAIL;
+        }
+    }
+    PrintInterface(stConfig);
+    const std::string astrTexts[2] = {apFiles[0] != nullptr ? Cmd_Draw(stConfig, true).strSvg : "",
+                                      apFiles[1] != nullptr ? Cmd_Page(stConfig) : ""};
+    int iRet = 0;
+    for (int i = 0; i < 2; i++) {
+        if (apFiles[i] != nullptr && !WriteFile(apFiles[i], astrTexts[i])) {
+            fprintf(stderr, "vlanlua: %s: cannot write it\n", apcPaths[i]);
+            iRet = CMD_EXIT_FAIL;
+        }
+    }
+    return iRet;
+}
+
+/* ---- Every interface ---- */
+
+int ShowSummary(void *pObj)
+{
+    std::vector<CmdIfCounts> vecCounts;
+    if (Cmd_ReadCounts(pObj, &vecCounts) != ECM_OK) {
+        fprintf(stderr, "vlanlua: cannot read the rows: %s\n", ECM_CTL_LastError(pObj));
+        return CMD_EXIT_FAIL;
+    }
+    if (vecCounts.empty()) {
+        puts("no interface has VLAN configuration");
+        return 0;
+    }
+    printf("%10s", "interface");
+    for (int k = 0; k < KIND_NUM; k++) {
+        printf("  %s", Cmd_KindInfo(static_cast<CmdKind>(k)).pcShort);
+    }
+    putchar('\n');
+    for (const CmdIfCounts &stCounts : vecCounts) {
+        printf("%10u", stCounts.uiIfIndex);
+        for (int k = 0; k < KIND_NUM; k++) {
+            int iWidth = static_cast<int>(std::string(Cmd_KindInfo(static_cast<CmdKind>(k)).pcShort).size());
+            printf("  %*u", iWidth, stCounts.auiRows[k]);
+        }
+        putchar('\n');
+    }
+    return 0;
 }
 
 }  // namespace
 
-int Cmd_Show(void *pObj, uint32_t uiIfIndex, const char *pcSvg)
+std::string Cmd_RowText(const CmdRow &r)
 {
-    std::vector<CmdSegment> vecSegs;
-    if (ReadSegments(pObj, uiIfIndex, &vecSegs) != ECM_OK) {
-        fprintf(stderr, "vlanlua: cannot read the segments: %s\n", ECM_CTL_LastError(pObj));
-        return CMD_EXIT_FAIL;
+    std::string strVr = Field("VR", r.Num("vrid"));
+    std::string strPeCe =
+        "PE " + Pad(Cmd_Range(r.Num("pe_begin"), r.Num("pe_end")), 10) + "CE " + Pad(Cmd_Range(r.Num("ce_begin"), r.Num("ce_end")), 10);
+    std::string strVlans = "VLAN " + Pad(Cmd_Range(r.Num("vlan_begin"), r.Num("vlan_end")), 10);
+    switch (r.eKind) {
+        case KIND_DOT1Q_MATCH:
+            return strVlans + Field("group", r.Num("group_id")) + "  " + Field("segment", r.Num("seg_index")) + "  " + strVr;
+        case KIND_QINQ_MATCH:
+            return strPeCe + Field("group", r.Num("group_id")) + "  " + Field("segment", r.Num("seg_index")) + "  " +
+                   strVr + "  " + Field("main interface", r.Num("main_ifindex")) + KeyName(r);
+        case KIND_UVLAN_QINQ:
+            return strPeCe + Field("segment", r.Num("seg_index")) + "  " + strVr + "  " + Cmd_LegendLabel(r) + KeyName(r);
+        case KIND_UVLAN_DOT1Q:
+            return strVlans + strVr;
+        case KIND_UVLAN_DESC:
+            return "PE " + Pad(std::to_string(r.Num("pe_vlan")), 10) + "CE " + Pad(std::to_string(r.Num("ce_vlan")), 10) +
+                   strVr + "  " + Cmd_QuotedText(r.Text("description"));
+        default:
+            return strVr;
     }
-    /* Opened before anything is printed, so a drawing that cannot be written prints nothing. */
-    FILE *pSvg = pcSvg != nullptr ? fopen(pcSvg, "w") : nullptr;
-    if (pcSvg != nullptr && pSvg == nullptr) {
-        fprintf(stderr, "vlanlua: %s: cannot write the drawing\n", pcSvg);
-        return CMD_EXIT_FAIL;
-    }
-    PrintSegments(uiIfIndex, vecSegs);
-    if (pSvg != nullptr && !WriteDrawing(pSvg, uiIfIndex, vecSegs)) {
-        fprintf(stderr, "vlanlua: %s: cannot write the drawing\n", pcSvg);
-        return CMD_EXIT_FAIL;
-    }
-    return 0;
+}
+
+int Cmd_Show(void *pObj, const CmdShow &stShow)
+{
+    return stShow.bOneInterface ? ShowInterface(pObj, stShow) : ShowSummary(pObj);
 }

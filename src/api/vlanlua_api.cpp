@@ -41,6 +41,12 @@ extern "C" __attribute__((visibility("default"))) int luaopen_libvlanluaext(void
     return 1;
 }
 
+/* The module's release, for tools that report which module they load. */
+extern "C" __attribute__((visibility("default"))) const char *VLANLUA_Version(void)
+{
+    return VLANLUA_VERSION_TEXT;
+}
+
 /* ---- command-word check ---- */
 
 /* Pushes 1 and the message text: the answer to arguments that cannot be compared. */

@@ -10,6 +10,8 @@ extern "C" {
 #endif
 
 int luaopen_libvlanluaext(void *pState);
+/* The module's release ("1.0.0"). */
+const char *VLANLUA_Version(void);
 
 uint32_t VLANLUA_Spt_CheckL2SuppExist(void *pState);
 uint32_t VLANLUA_Spt_CheckPwSuppExist(void *pState);

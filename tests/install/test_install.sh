@@ -17,7 +17,7 @@ clean() { env -i "${sanitizer_env[@]}" "$@"; }
 cmake --install "$build" --prefix "$prefix" >/dev/null
 cmod=$prefix/lib/lua/$luaver
 for f in "$cmod/libvlanluaext.so" "$cmod/cfgdb.so" "$prefix/lib/libvlplatform.so" "$prefix/bin/vlanlua" \
-         "$prefix/include/vlanlua/ecm_ctl.h" "$prefix/lib/pkgconfig/vlanluaext.pc"; do
+         "$prefix/include/vlanlua/ecm_ctl.h" "$prefix/lib/pkgconfig/vlanluaext.pc" "$prefix/share/man/man1/vlanlua.1"; do
   [ -f "$f" ] || fail "not installed: ${f#"$prefix"/}"
 done
 if readelf -d "$cmod"/*.so "$prefix/bin/vlanlua" | grep -E 'R(UN)?PATH' | grep -qF "$build"; then
@@ -36,18 +36,13 @@ out=$(clean "$interp" -e "
   db:close()")
 [ "$out" = "$(printf '0\t4096')" ] || fail "interpreter: got '$out'"
 
-# The command: the first module it would load is the one installed beside it.
+# The command: the module it names in --version, the one a script's require loads, is the one
+# installed beside it.
 : > t.db
-cat > where.lua <<'LUA'
-for dir in package.cpath:gmatch("[^;]+") do
-  local file = io.open((dir:gsub("%?", "libvlanluaext")))
-  if file then file:close() print((dir:gsub("%?", "libvlanluaext"))) break end
-end
-require "libvlanluaext"
-require "cfgdb"
-LUA
-found=$(clean "$prefix/bin/vlanlua" --db t.db where.lua)
-[ "$(realpath "$found")" = "$(realpath "$cmod/libvlanluaext.so")" ] || fail "command loads '$found'"
+printf 'require "libvlanluaext"\nrequire "cfgdb"\n' > load.lua
+clean "$prefix/bin/vlanlua" --db t.db load.lua || fail "command: the modules do not load"
+found=$(clean "$prefix/bin/vlanlua" --version | sed -n 's/^module libvlanluaext [0-9.]* (\(.*\))$/\1/p')
+[ -n "$found" ] && [ "$(realpath "$found")" = "$(realpath "$cmod/libvlanluaext.so")" ] || fail "command loads '$found'"
 
 # A program built from the pkg-config file alone.
 export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
