@@ -100,7 +100,7 @@ CmdJson Cmd_JsonWrite(const ECM_CTL_JOURNAL_S &stEntry)
     CmdJson stFields = CmdJson::object();
     for (uint32_t i = 0; i < stEntry.uiFieldNum; i++) {
         const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstTable, stEntry.pstFields[i].uiFieldNo);
-        std::string strName = pstField != nullptr ? pstField->pcName : "f" + std::to_string(stEntry.pstFields[i].uiFieldNo);
+        std::string strName = pstField != nullptr ? pstField->pcName : std::string("f").append(std::to_string(stEntry.pstFields[i].uiFieldNo));
         stFields[strName] = Cmd_JsonValue(pstField, stEntry.pstFields[i]);
     }
     stJson["fields"] = stFields;

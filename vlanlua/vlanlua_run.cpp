@@ -45,10 +45,13 @@ void StopHook(lua_State *L, lua_Debug *)
     lua_error(L);
 }
 
-/* As the stock interpreter does: the hook stops the script at its next call, return or instruction. */
+/* As the stock interpreter does: the hook stops the script at its next call, return or instruction,
+ * and a second signal ends the process at once (code the JIT compiled does not call hooks). Either
+ * way the script's unit is not committed, so nothing of it is kept. */
 void OnSignal(int iSignal)
 {
     g_iSignal = iSignal;
+    signal(iSignal, SIG_DFL);
     if (g_pRunning != nullptr) {
         lua_sethook(g_pRunning, StopHook, LUA_MASKCALL | LUA_MASKRET | LUA_MASKCOUNT, 1);
     }
