@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds an optimised tree per Lua engine and runs every benchmark program on it; each program
-# prints its own ratios. ENGINES="5.4 luajit" bash scripts/bench.sh picks engines.
+# Builds an optimised tree per Lua engine and runs every benchmark program on it, and the
+# measurement of vlanlua --check on 100,000 rows; each prints its own ratios. ENGINES="5.4 luajit" bash scripts/bench.sh picks engines.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -14,4 +14,6 @@ for engine in ${ENGINES:-5.4 5.1 5.3 luajit}; do
     echo "==== $(basename "$b")"
     "$b" "$@"
   done
+  echo "==== check_100k"
+  bash bench/check_100k.sh "$dir"
 done

@@ -5,7 +5,8 @@ set -euo pipefail
 need=()
 # Every engine the module builds for, with its stock interpreter: 5.4 (the default), 5.1, 5.3, LuaJIT.
 for pkg in build-essential cmake pkg-config liblua5.4-dev lua5.4 liblua5.1-0-dev lua5.1 liblua5.3-dev lua5.3 \
-           libluajit-5.1-dev luajit libsqlite3-dev sqlite3 libgtest-dev googletest libbenchmark-dev librsvg2-bin "$@"; do
+           libluajit-5.1-dev luajit libsqlite3-dev sqlite3 libgtest-dev googletest libbenchmark-dev librsvg2-bin \
+           nlohmann-json3-dev "$@"; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

@@ -4,7 +4,9 @@
  * round VLAN steps that hold every row. A rectangle is never drawn smaller than MIN_SIZE, so a
  * one-VLAN row stays visible; its left and upper edges stay exact. Every rectangle carries its
  * number, ranges and legend entry (data-row, data-pe, data-ce, data-set), and every plane the
- * ranges it spans (data-pe, data-ce), so the drawing can be read back by a program too. */
+ * ranges it spans (data-pe, data-ce), so the drawing can be read back by a program too. A damaged
+ * row, whose range runs backwards, is drawn over the VLANs between its two ends and marked
+ * (class "row damaged", a red dashed border, data-damaged). */
 #include <stdio.h>
 
 #include <algorithm>
@@ -48,6 +50,12 @@ std::string Text(double dX, double dY, const std::string &strAttrs, const std::s
 std::string Span(uint64_t ulBegin, uint64_t ulEnd)
 {
     return std::to_string(ulBegin) + "-" + std::to_string(ulEnd);
+}
+
+/* The VLANs a row spans on one axis, lowest first, whichever way its range runs. */
+std::pair<uint64_t, uint64_t> SpanOf(const CmdRow &r, const char *pcBegin, const char *pcEnd)
+{
+    return std::minmax(r.Num(pcBegin), r.Num(pcEnd));
 }
 
 /* ---- Axes at round steps ---- */
@@ -94,10 +102,12 @@ Plane PlaneFor(CmdKind eKind, const std::vector<CmdRow> &vecRows, double dY)
     uint64_t aulMin[2] = {UINT64_MAX, UINT64_MAX};
     uint64_t aulEnd[2] = {0, 0};
     for (const CmdRow &r : vecRows) {
-        aulMin[0] = std::min(aulMin[0], std::min(r.Num("pe_begin"), r.Num("pe_end")));
-        aulMin[1] = std::min(aulMin[1], std::min(r.Num("ce_begin"), r.Num("ce_end")));
-        aulEnd[0] = std::max(aulEnd[0], std::max(r.Num("pe_begin"), r.Num("pe_end")) + 1);
-        aulEnd[1] = std::max(aulEnd[1], std::max(r.Num("ce_begin"), r.Num("ce_end")) + 1);
+        auto pe = SpanOf(r, "pe_begin", "pe_end");
+        auto ce = SpanOf(r, "ce_begin", "ce_end");
+        aulMin[0] = std::min(aulMin[0], pe.first);
+        aulMin[1] = std::min(aulMin[1], ce.first);
+        aulEnd[0] = std::max(aulEnd[0], pe.second + 1);
+        aulEnd[1] = std::max(aulEnd[1], ce.second + 1);
     }
     return Plane{eKind, MARGIN_LEFT, dY, AxisOver(aulMin[0], aulEnd[0], PLANE_W), AxisOver(aulMin[1], aulEnd[1], PLANE_H)};
 }
@@ -180,10 +190,12 @@ struct Box {
 
 Box BoxOf(const CmdRow &r, const Plane &p)
 {
-    double dX = p.dX + p.stPe.Pos(r.Num("pe_begin"));
-    double dRight = p.dX + p.stPe.Pos(r.Num("pe_end") + 1);
-    double dTop = p.dY + PLANE_H - p.stCe.Pos(r.Num("ce_end") + 1);
-    double dBottom = p.dY + PLANE_H - p.stCe.Pos(r.Num("ce_begin"));
+    auto pe = SpanOf(r, "pe_begin", "pe_end");
+    auto ce = SpanOf(r, "ce_begin", "ce_end");
+    double dX = p.dX + p.stPe.Pos(pe.first);
+    double dRight = p.dX + p.stPe.Pos(pe.second + 1);
+    double dTop = p.dY + PLANE_H - p.stCe.Pos(ce.second + 1);
+    double dBottom = p.dY + PLANE_H - p.stCe.Pos(ce.first);
     return Box{dX, dTop, std::max(dRight - dX, MIN_SIZE), std::max(dBottom - dTop, MIN_SIZE)};
 }
 
@@ -256,10 +268,13 @@ std::string RowRect(const CmdRow &r, const Box &b, const Legend &stLegend)
     size_t ulSet = stLegend.IndexOf(r);
     std::string strPe = Span(r.Num("pe_begin"), r.Num("pe_end"));
     std::string strCe = Span(r.Num("ce_begin"), r.Num("ce_end"));
-    return "<rect class=\"row\"" + Attr("data-row", std::to_string(r.uiNo)) + Attr("data-kind", Cmd_KindInfo(r.eKind).pcShort) +
+    bool bDamaged = Cmd_RowBackwards(r);
+    std::string strMark = bDamaged ? " data-damaged=\"backwards\" stroke=\"#d00\" stroke-width=\"2\" stroke-dasharray=\"4 2\""
+                                   : " stroke=\"#333\"";
+    return std::string("<rect class=\"row") + (bDamaged ? " damaged\"" : "\"") + Attr("data-row", std::to_string(r.uiNo)) + Attr("data-kind", Cmd_KindInfo(r.eKind).pcShort) +
            Attr("data-set", std::to_string(ulSet)) + Attr("data-pe", strPe) + Attr("data-ce", strCe) + Attr("x", Num(b.dX)) +
            Attr("y", Num(b.dY)) + Attr("width", Num(b.dW)) + Attr("height", Num(b.dH)) +
-           Attr("fill", stLegend.vecEntries[ulSet].strFill) + " stroke=\"#333\"><title>" +
+           Attr("fill", stLegend.vecEntries[ulSet].strFill) + strMark + "><title>" +
            Cmd_Escape(Cmd_RowNo(r) + " " + Cmd_RowText(r)) + "</title></rect>\n";
 }
 

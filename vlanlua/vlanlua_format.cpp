@@ -28,25 +28,17 @@ bool BitSet(const uint8_t *pucBytes, uint32_t uiBit)
     return ((pucBytes[uiBit / 8] >> (uiBit % 8)) & 1u) != 0;
 }
 
-/* {1-10,20}: bit v is bit v mod 8 of byte v div 8, as VLAN bitmaps are stored. */
+/* {1-10,20}. */
 void AppendBitRanges(std::string *pstrOut, const uint8_t *pucBytes, uint32_t uiLen)
 {
     pstrOut->push_back('{');
-    uint32_t uiBits = uiLen * 8;
     bool bFirst = true;
-    for (uint32_t v = 0; v < uiBits; v++) {
-        if (pucBytes == nullptr || !BitSet(pucBytes, v)) {
-            continue;
-        }
-        uint32_t uiEnd = v;
-        while (uiEnd + 1 < uiBits && BitSet(pucBytes, uiEnd + 1)) {
-            uiEnd++;
-        }
+    for (const auto &range : Cmd_BitRanges(pucBytes, uiLen)) {
         char acRange[32];
-        snprintf(acRange, sizeof(acRange), uiEnd == v ? "%s%u" : "%s%u-%u", bFirst ? "" : ",", v, uiEnd);
+        snprintf(acRange, sizeof(acRange), range.second == range.first ? "%s%u" : "%s%u-%u", bFirst ? "" : ",",
+                 range.first, range.second);
         pstrOut->append(acRange);
         bFirst = false;
-        v = uiEnd;
     }
     pstrOut->push_back('}');
 }
@@ -63,6 +55,24 @@ void AppendValue(std::string *pstrOut, const ECM_CTL_FIELD_S *pstField, const EC
 }
 
 }  // namespace
+
+std::vector<std::pair<uint32_t, uint32_t>> Cmd_BitRanges(const uint8_t *pucBytes, uint32_t uiLen)
+{
+    std::vector<std::pair<uint32_t, uint32_t>> vecRanges;
+    uint32_t uiBits = pucBytes != nullptr ? uiLen * 8 : 0;
+    for (uint32_t v = 0; v < uiBits; v++) {
+        if (!BitSet(pucBytes, v)) {
+            continue;
+        }
+        uint32_t uiEnd = v;
+        while (uiEnd + 1 < uiBits && BitSet(pucBytes, uiEnd + 1)) {
+            uiEnd++;
+        }
+        vecRanges.emplace_back(v, uiEnd);
+        v = uiEnd;
+    }
+    return vecRanges;
+}
 
 std::string Cmd_QuotedText(const std::string &strBytes)
 {
@@ -81,6 +91,18 @@ const char *Cmd_ShortName(const char *pcColumn)
         pc++;
     }
     return *pc == '_' ? pc + 1 : pcColumn;
+}
+
+std::string Cmd_RowColumns(const CmdRow &stRow)
+{
+    std::string strLine;
+    for (const CmdValue &v : stRow.vecValues) {
+        ECM_CTL_VAL_S stVal{v.pstField->ucFieldNo, static_cast<uint32_t>(v.strBytes.size()), v.ulNum,
+                            reinterpret_cast<const uint8_t *>(v.strBytes.data())};
+        strLine.append(strLine.empty() ? "" : " ").append(v.pstField->pcName).append("=");
+        AppendValue(&strLine, v.pstField, stVal);
+    }
+    return strLine;
 }
 
 std::string Cmd_WriteLine(const ECM_CTL_JOURNAL_S &stEntry)

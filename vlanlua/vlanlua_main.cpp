@@ -1,11 +1,11 @@
-/* vlanlua: runs configuration scripts against a configuration-database file, or shows an
- * interface's VLAN configuration. Reads the command line, opens the database, hands over. */
+/* vlanlua: runs configuration scripts against a configuration-database file, or inspects one:
+ * shows an interface's VLAN configuration, checks the file, compares two files. Reads the command
+ * line, loads the script or opens the files for reading, hands over. */
 #include <errno.h>
 #include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <string>
 
@@ -14,8 +14,10 @@
 namespace {
 
 const char *const USAGE =
-    "usage: vlanlua --db FILE [--vr N] [--lr N] [--busy-timeout MS] [--dry-run | --each-call] SCRIPT [ARGS...]\n"
-    "       vlanlua --db FILE --show [IFINDEX] [--svg OUT] [--html OUT]\n"
+    "usage: vlanlua --db FILE [--vr N] [--lr N] [--busy-timeout MS] [--dry-run [--json] | --each-call] SCRIPT [ARGS...]\n"
+    "       vlanlua --db FILE --show [IFINDEX] [--svg OUT] [--html OUT] [--json]\n"
+    "       vlanlua --db FILE --check [--strict] [--json]\n"
+    "       vlanlua --db FILE --diff OTHER [--json]\n"
     "       vlanlua --help | --version\n"
     "\n"
     "  --db FILE          the configuration database (an SQLite file; an empty file is a new database)\n"
@@ -28,13 +30,20 @@ const char *const USAGE =
     "                     one line per interface with its rows per kind\n"
     "  --svg OUT          with --show IFINDEX: draw its rectangles into OUT\n"
     "  --html OUT         with --show IFINDEX: write a page with the drawing and its rows into OUT\n"
+    "  --check            report every row that breaks a property the module's writes keep, and\n"
+    "                     warn where a get-next walk would stop at an empty page too early\n"
+    "  --strict           with --check: warnings fail the check too\n"
+    "  --diff OTHER       list the rows that differ between FILE and OTHER, per interface and kind\n"
+    "  --json             with --show, --check, --diff or --dry-run: one JSON document instead of text\n"
     "  --help             print this text\n"
     "  --version          print the versions of the command, module, engine, SQLite and schema\n"
     "\n"
-    "A script runs as one change: its writes are kept when it ends and none are when it raises an\n"
-    "error. It gets ARGS as arg[1..n] and as its ... ; require \"libvlanluaext\" and \"cfgdb\" load the\n"
-    "modules installed beside the command. Exit status 1 when the work fails, 2 for a command line\n"
-    "that cannot be used.\n";
+    "A script runs as one change: its writes are kept when it ends (or calls os.exit(0)) and none are\n"
+    "when it raises an error, exits with another status or is interrupted. It gets ARGS as arg[1..n]\n"
+    "and as its ... ; require \"libvlanluaext\" and \"cfgdb\" load the modules installed beside the\n"
+    "command. --show, --check and --diff only read: they never write the files. Exit status 1 when\n"
+    "the work fails (--check: violations; --diff: the files differ), 2 for a command line that cannot\n"
+    "be used (--check and --diff: also a file they cannot read).\n";
 
 struct CmdOpts {
     const char *pcDb = nullptr;
@@ -48,6 +57,10 @@ struct CmdOpts {
     uint32_t uiIfIndex = 0;
     const char *pcSvg = nullptr;
     const char *pcHtml = nullptr;
+    bool bCheck = false;
+    bool bStrict = false;
+    const char *pcDiff = nullptr;       /* --diff's other file */
+    bool bJson = false;
     bool bHelp = false;
     bool bVersion = false;
     int iScriptAt = 0;                  /* 0: no script */
@@ -80,7 +93,10 @@ int StoreNumber(const char *pcValue, uint32_t *puiValue)
     return ParseU32(pcValue, puiValue) ? 0 : UsageError(std::string("not a number in 0..4294967295: ") + pcValue);
 }
 
-enum OptId { OPT_DB = 1, OPT_VR, OPT_LR, OPT_BUSY, OPT_DRY, OPT_EACH, OPT_SHOW, OPT_SVG, OPT_HTML, OPT_VERSION };
+enum OptId {
+    OPT_DB = 1, OPT_VR, OPT_LR, OPT_BUSY, OPT_DRY, OPT_EACH, OPT_SHOW, OPT_SVG, OPT_HTML, OPT_CHECK, OPT_STRICT, OPT_DIFF,
+    OPT_JSON, OPT_VERSION
+};
 
 const struct option LONG_OPTS[] = {
     {"db", required_argument, nullptr, OPT_DB},
@@ -92,6 +108,10 @@ const struct option LONG_OPTS[] = {
     {"show", optional_argument, nullptr, OPT_SHOW},
     {"svg", required_argument, nullptr, OPT_SVG},
     {"html", required_argument, nullptr, OPT_HTML},
+    {"check", no_argument, nullptr, OPT_CHECK},
+    {"strict", no_argument, nullptr, OPT_STRICT},
+    {"diff", required_argument, nullptr, OPT_DIFF},
+    {"json", no_argument, nullptr, OPT_JSON},
     {"help", no_argument, nullptr, 'h'},
     {"version", no_argument, nullptr, OPT_VERSION},
     {nullptr, 0, nullptr, 0},
@@ -122,6 +142,10 @@ int StoreOption(int iOpt, int iArgc, char **ppcArgv, CmdOpts *pstOpts)
         case OPT_SHOW: return StoreShow(iArgc, ppcArgv, pstOpts);
         case OPT_SVG: pstOpts->pcSvg = optarg; return 0;
         case OPT_HTML: pstOpts->pcHtml = optarg; return 0;
+        case OPT_CHECK: pstOpts->bCheck = true; return 0;
+        case OPT_STRICT: pstOpts->bStrict = true; return 0;
+        case OPT_DIFF: pstOpts->pcDiff = optarg; return 0;
+        case OPT_JSON: pstOpts->bJson = true; return 0;
         case 'h': pstOpts->bHelp = true; return 0;
         case OPT_VERSION: pstOpts->bVersion = true; return 0;
         case ':': return UsageError(std::string(ppcArgv[optind - 1]) + " needs a value");
@@ -142,12 +166,17 @@ int ReadCommandLine(int iArgc, char **ppcArgv, CmdOpts *pstOpts)
         }
     }
     pstOpts->iScriptAt = optind < iArgc ? optind : 0;
-    for (const char *pcValue : {pstOpts->pcDb, pstOpts->pcSvg, pstOpts->pcHtml}) {
+    for (const char *pcValue : {pstOpts->pcDb, pstOpts->pcSvg, pstOpts->pcHtml, pstOpts->pcDiff}) {
         if (pcValue != nullptr && pcValue[0] == '\0') {
             return UsageError("an option has an empty value");
         }
     }
     return 0;
+}
+
+bool Inspects(const CmdOpts &stOpts)
+{
+    return stOpts.bShow || stOpts.bCheck || stOpts.pcDiff != nullptr;
 }
 
 /* The combinations the forms of the command allow; the first that fails, or null. */
@@ -156,11 +185,14 @@ const char *CombinationError(const CmdOpts &stOpts)
     if (stOpts.pcDb == nullptr) {
         return "--db FILE is required";
     }
-    if (stOpts.bShow && stOpts.iScriptAt != 0) {
-        return "--show takes no script";
+    if (int(stOpts.bShow) + int(stOpts.bCheck) + int(stOpts.pcDiff != nullptr) > 1) {
+        return "--show, --check and --diff go one at a time";
     }
-    if (stOpts.bShow && (stOpts.bDryRun || stOpts.bEachCall)) {
-        return "--dry-run and --each-call go with a script, not with --show";
+    if (Inspects(stOpts) && stOpts.iScriptAt != 0) {
+        return stOpts.bShow ? "--show takes no script" : stOpts.bCheck ? "--check takes no script" : "--diff takes no script";
+    }
+    if (Inspects(stOpts) && (stOpts.bDryRun || stOpts.bEachCall)) {
+        return "--dry-run and --each-call go with a script, not with --show, --check or --diff";
     }
     if (stOpts.bDryRun && stOpts.bEachCall) {
         return "--dry-run keeps nothing, so it does not go with --each-call";
@@ -168,74 +200,55 @@ const char *CombinationError(const CmdOpts &stOpts)
     if ((stOpts.pcSvg != nullptr || stOpts.pcHtml != nullptr) && stOpts.pcIfIndex == nullptr) {
         return "--svg and --html need --show IFINDEX";
     }
-    if (!stOpts.bShow && stOpts.iScriptAt == 0) {
+    if (stOpts.bStrict && !stOpts.bCheck) {
+        return "--strict goes with --check";
+    }
+    if (stOpts.bJson && !Inspects(stOpts) && !stOpts.bDryRun) {
+        return "--json goes with --show, --check, --diff or --dry-run";
+    }
+    if (!Inspects(stOpts) && stOpts.iScriptAt == 0) {
         return "no script given";
     }
     return nullptr;
 }
 
-/* The first bytes of every SQLite file. */
-constexpr char SQLITE_MAGIC[] = "SQLite format 3";
-
-/* Why the file cannot be a database to open, in words for the person who named it; "" when it
- * can. The database must exist: a mistyped name would otherwise become a new, empty database. */
-std::string FileProblem(const char *pcPath, bool *pbEmpty)
+/* --show, --check, --diff: the files are opened for reading only. */
+int Inspect(const CmdOpts &stOpts)
 {
-    struct stat stInfo;
-    if (stat(pcPath, &stInfo) != 0) {
-        return errno == ENOENT ? "no such database file (an empty file, made with touch, is a new database)"
-                               : std::string("cannot look at it: ") + strerror(errno);
+    int iUnreadable = stOpts.bShow ? CMD_EXIT_FAIL : CMD_EXIT_UNREADABLE;
+    void *pObj = Cmd_OpenForReading(stOpts.pcDb);
+    if (pObj == nullptr) {
+        return iUnreadable;
     }
-    if (S_ISDIR(stInfo.st_mode)) {
-        return "is a folder, not a database file";
-    }
-    if (!S_ISREG(stInfo.st_mode)) {
-        return "is not a regular file";
-    }
-    FILE *pFile = fopen(pcPath, "rb");
-    if (pFile == nullptr) {
-        return std::string("cannot read it: ") + strerror(errno);
-    }
-    char acHead[sizeof(SQLITE_MAGIC)] = {};
-    size_t ulRead = fread(acHead, 1, sizeof(acHead), pFile);
-    fclose(pFile);
-    *pbEmpty = stInfo.st_size == 0;
-    if (!*pbEmpty && (ulRead < sizeof(acHead) || memcmp(acHead, SQLITE_MAGIC, sizeof(acHead)) != 0)) {
-        return "not a configuration database: not an SQLite file at all";
-    }
-    return "";
-}
-
-/* An empty file is a new database; a dry run on it runs in memory, since opening the file writes
- * its schema. */
-void *OpenDatabase(const CmdOpts &stOpts)
-{
-    bool bEmpty = false;
-    std::string strProblem = FileProblem(stOpts.pcDb, &bEmpty);
-    if (!strProblem.empty()) {
-        fprintf(stderr, "vlanlua: %s: %s\n", stOpts.pcDb, strProblem.c_str());
-        return nullptr;
-    }
-    const char *pcPath = (stOpts.bDryRun && bEmpty) ? nullptr : stOpts.pcDb;
-    char acErr[256];
-    void *pObj = ECM_CTL_OpenEx(pcPath, stOpts.uiLr, stOpts.uiVr, 0, stOpts.uiBusyMs, acErr, sizeof(acErr));
-    if (pObj == nullptr && strncmp(acErr, "not a configuration database", 28) == 0) {
-        fprintf(stderr, "vlanlua: %s: a file of another application, %s\n", stOpts.pcDb, acErr);
-    } else if (pObj == nullptr) {
-        fprintf(stderr, "vlanlua: %s: cannot open the database: %s\n", stOpts.pcDb, acErr);
-    }
-    return pObj;
-}
-
-int RunWork(void *pObj, const CmdOpts &stOpts, int iArgc, char **ppcArgv)
-{
+    int iRet = iUnreadable;
     if (stOpts.bShow) {
-        CmdShow stShow{stOpts.pcIfIndex != nullptr, stOpts.uiIfIndex, stOpts.pcSvg, stOpts.pcHtml};
-        return Cmd_Show(pObj, stShow);
+        CmdShow stShow{stOpts.pcIfIndex != nullptr, stOpts.uiIfIndex, stOpts.pcSvg, stOpts.pcHtml, stOpts.bJson};
+        iRet = Cmd_Show(pObj, stShow);
+    } else if (stOpts.bCheck) {
+        iRet = Cmd_Check(pObj, stOpts.bStrict, stOpts.bJson);
+    } else {
+        void *pOther = Cmd_OpenForReading(stOpts.pcDiff);
+        iRet = pOther != nullptr ? Cmd_Diff(pObj, pOther, stOpts.bJson) : iUnreadable;
+        ECM_CTL_Close(pOther);
     }
+    ECM_CTL_Close(pObj);
+    return iRet;
+}
+
+/* A script is compiled before the database is opened, so a script that cannot run leaves the
+ * file untouched. */
+int RunScript(const CmdOpts &stOpts, int iArgc, char **ppcArgv)
+{
     CmdUnitMode eMode = stOpts.bDryRun ? CMD_DRY_RUN : stOpts.bEachCall ? CMD_EACH_CALL : CMD_WHOLE_SCRIPT;
     CmdScript stScript{ppcArgv[stOpts.iScriptAt], iArgc, ppcArgv, stOpts.iScriptAt, eMode};
-    return Cmd_RunScript(pObj, stScript);
+    void *pState = Cmd_LoadScript(stScript);
+    if (pState == nullptr) {
+        return CMD_EXIT_FAIL;
+    }
+    void *pObj = Cmd_OpenForScript(stOpts.pcDb, stOpts.uiVr, stOpts.uiLr, stOpts.uiBusyMs, stOpts.bDryRun);
+    int iRet = Cmd_RunScript(pState, pObj, stScript, stOpts.bJson);
+    ECM_CTL_Close(pObj);
+    return iRet;
 }
 
 }  // namespace
@@ -258,11 +271,5 @@ int main(int iArgc, char **ppcArgv)
     if (pcWhy != nullptr) {
         return UsageError(pcWhy);
     }
-    void *pObj = OpenDatabase(stOpts);
-    if (pObj == nullptr) {
-        return CMD_EXIT_FAIL;
-    }
-    iRet = RunWork(pObj, stOpts, iArgc, ppcArgv);
-    ECM_CTL_Close(pObj);
-    return iRet;
+    return Inspects(stOpts) ? Inspect(stOpts) : RunScript(stOpts, iArgc, ppcArgv);
 }

@@ -32,27 +32,6 @@ const char *const SORT_COLUMNS[KIND_NUM][3] = {
 constexpr const char *IF_COLUMN = "ifindex";
 const char *const SERVICE_TABLES[] = {"UVLAN_BASE_SVC", "UVLAN_VPN_SVC"};
 
-const ECM_CTL_TABLE_S *TableNamed(const char *pcName)
-{
-    for (uint32_t i = 0; ECM_CTL_TableAt(i) != nullptr; i++) {
-        if (strcmp(ECM_CTL_TableAt(i)->pcName, pcName) == 0) {
-            return ECM_CTL_TableAt(i);
-        }
-    }
-    return nullptr;
-}
-
-/* Field number of the column whose short name is pcShort; 0 if none. */
-uint32_t ColumnNo(const ECM_CTL_TABLE_S *pstTable, const char *pcShort)
-{
-    for (uint32_t i = 0; pstTable != nullptr && i < pstTable->uiFieldNum; i++) {
-        if (strcmp(Cmd_ShortName(pstTable->pstFields[i].pcName), pcShort) == 0) {
-            return pstTable->pstFields[i].ucFieldNo;
-        }
-    }
-    return 0;
-}
-
 /* ---- Rows ---- */
 
 struct RowSink {
@@ -66,6 +45,7 @@ void OnRow(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum)
     RowSink *pstSink = static_cast<RowSink *>(pCtx);
     CmdRow stRow;
     stRow.eKind = pstSink->eKind;
+    stRow.pstTable = pstSink->pstTable;
     for (uint32_t i = 0; i < uiNum; i++) {
         CmdValue stValue{ECM_CTL_FindField(pstSink->pstTable, pstFields[i].uiFieldNo), pstFields[i].ulNum, ""};
         if (pstFields[i].pucBytes != nullptr) {
@@ -79,14 +59,18 @@ void OnRow(void *pCtx, const ECM_CTL_VAL_S *pstFields, uint32_t uiNum)
 /* Every row of the table whose interface column holds uiIfIndex. */
 uint32_t ReadRows(void *pObj, const char *pcTable, CmdKind eKind, uint32_t uiIfIndex, std::vector<CmdRow> *pvecRows)
 {
-    const ECM_CTL_TABLE_S *pstTable = TableNamed(pcTable);
+    const ECM_CTL_TABLE_S *pstTable = Cmd_TableNamed(pcTable);
     if (pstTable == nullptr) {
         return ECM_ERR_TABLE;
     }
     RowSink stSink{pstTable, eKind, pvecRows};
-    ECM_CTL_VAL_S stWhere{ColumnNo(pstTable, IF_COLUMN), 0, uiIfIndex, nullptr};
+    ECM_CTL_VAL_S stWhere{Cmd_ColumnNo(pstTable, IF_COLUMN), 0, uiIfIndex, nullptr};
     return ECM_CTL_Rows(pObj, pstTable->uiTableId, &stWhere, 1, OnRow, &stSink);
 }
+
+/* Service number and value of the non-zero "svc<n>" columns of service rows, by interface and
+ * segment index. */
+using ServiceMap = std::map<uint64_t, std::vector<std::pair<uint32_t, uint64_t>>>;
 
 /* Service number and value of the non-zero "svc<n>" columns of a service row. */
 void AddServices(const CmdRow &stSvcRow, std::vector<std::pair<uint32_t, uint64_t>> *pvecSvcs)
@@ -99,29 +83,42 @@ void AddServices(const CmdRow &stSvcRow, std::vector<std::pair<uint32_t, uint64_
     }
 }
 
-/* Each segment's services as "svc1=7 svc8=3" in service order, from the base and VPN service
- * rows of the interface. */
-uint32_t ReadServices(void *pObj, uint32_t uiIfIndex, std::vector<CmdRow> *pvecSegs)
+uint64_t SegmentKey(const CmdRow &stRow)
 {
-    std::map<uint64_t, std::vector<std::pair<uint32_t, uint64_t>>> mapSvcs;
-    for (const char *pcTable : SERVICE_TABLES) {
-        std::vector<CmdRow> vecRows;
-        uint32_t uiRet = ReadRows(pObj, pcTable, KIND_NUM, uiIfIndex, &vecRows);
-        if (uiRet != ECM_OK) {
-            return uiRet;
-        }
-        for (const CmdRow &stRow : vecRows) {
-            AddServices(stRow, &mapSvcs[stRow.Num("seg_index")]);
-        }
-    }
+    return (stRow.Num("ifindex") << 32) | stRow.Num("seg_index");
+}
+
+/* Each segment's services in service order, and as "svc1=7 svc8=3", from its base and VPN service
+ * rows. */
+void GiveServices(ServiceMap *pmapSvcs, std::vector<CmdRow> *pvecSegs)
+{
     for (CmdRow &stSeg : *pvecSegs) {
-        std::vector<std::pair<uint32_t, uint64_t>> &vecSvcs = mapSvcs[stSeg.Num("seg_index")];
+        std::vector<std::pair<uint32_t, uint64_t>> &vecSvcs = (*pmapSvcs)[SegmentKey(stSeg)];
         std::sort(vecSvcs.begin(), vecSvcs.end());
+        stSeg.vecServices = vecSvcs;
         for (const auto &svc : vecSvcs) {
             stSeg.strServices += (stSeg.strServices.empty() ? "svc" : " svc") + std::to_string(svc.first) + "=" +
                                  std::to_string(svc.second);
         }
     }
+}
+
+/* The services of the interface's segments (every interface's when bAll). */
+uint32_t ReadServices(void *pObj, bool bAll, uint32_t uiIfIndex, std::vector<CmdRow> *pvecSegs)
+{
+    ServiceMap mapSvcs;
+    for (const char *pcTable : SERVICE_TABLES) {
+        std::vector<CmdRow> vecRows;
+        uint32_t uiRet = bAll ? Cmd_ReadTable(pObj, Cmd_TableNamed(pcTable), &vecRows)
+                              : ReadRows(pObj, pcTable, KIND_NUM, uiIfIndex, &vecRows);
+        if (uiRet != ECM_OK) {
+            return uiRet;
+        }
+        for (const CmdRow &stRow : vecRows) {
+            AddServices(stRow, &mapSvcs[SegmentKey(stRow)]);
+        }
+    }
+    GiveServices(&mapSvcs, pvecSegs);
     return ECM_OK;
 }
 
@@ -164,6 +161,59 @@ const CmdKindInfo &Cmd_KindInfo(CmdKind eKind)
     return KINDS[eKind];
 }
 
+CmdKind Cmd_KindOf(const ECM_CTL_TABLE_S *pstTable)
+{
+    for (int k = 0; k < KIND_NUM; k++) {
+        if (pstTable != nullptr && strcmp(KINDS[k].pcTable, pstTable->pcName) == 0) {
+            return static_cast<CmdKind>(k);
+        }
+    }
+    return KIND_NUM;
+}
+
+const ECM_CTL_TABLE_S *Cmd_TableNamed(const char *pcName)
+{
+    for (uint32_t i = 0; ECM_CTL_TableAt(i) != nullptr; i++) {
+        if (strcmp(ECM_CTL_TableAt(i)->pcName, pcName) == 0) {
+            return ECM_CTL_TableAt(i);
+        }
+    }
+    return nullptr;
+}
+
+uint32_t Cmd_ColumnNo(const ECM_CTL_TABLE_S *pstTable, const char *pcShort)
+{
+    for (uint32_t i = 0; pstTable != nullptr && i < pstTable->uiFieldNum; i++) {
+        if (strcmp(Cmd_ShortName(pstTable->pstFields[i].pcName), pcShort) == 0) {
+            return pstTable->pstFields[i].ucFieldNo;
+        }
+    }
+    return 0;
+}
+
+int Cmd_ColumnAt(const ECM_CTL_TABLE_S *pstTable, const char *pcShort)
+{
+    for (uint32_t i = 0; pstTable != nullptr && i < pstTable->uiFieldNum; i++) {
+        if (strcmp(Cmd_ShortName(pstTable->pstFields[i].pcName), pcShort) == 0) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
+uint32_t Cmd_ReadTable(void *pObj, const ECM_CTL_TABLE_S *pstTable, std::vector<CmdRow> *pvecRows)
+{
+    if (pstTable == nullptr) {
+        return ECM_ERR_TABLE;
+    }
+    RowSink stSink{pstTable, Cmd_KindOf(pstTable), pvecRows};
+    uint32_t uiRet = ECM_CTL_Rows(pObj, pstTable->uiTableId, nullptr, 0, OnRow, &stSink);
+    if (uiRet == ECM_OK && stSink.eKind == KIND_UVLAN_QINQ) {
+        uiRet = ReadServices(pObj, true, 0, pvecRows);
+    }
+    return uiRet;
+}
+
 uint64_t CmdRow::Num(const char *pcShort) const
 {
     for (const CmdValue &v : vecValues) {
@@ -193,7 +243,7 @@ uint32_t Cmd_ReadInterface(void *pObj, uint32_t uiIfIndex, CmdIfConfig *pstConfi
         std::vector<CmdRow> &vecRows = pstConfig->avecRows[k];
         uint32_t uiRet = ReadRows(pObj, KINDS[k].pcTable, eKind, uiIfIndex, &vecRows);
         if (uiRet == ECM_OK && eKind == KIND_UVLAN_QINQ) {
-            uiRet = ReadServices(pObj, uiIfIndex, &vecRows);
+            uiRet = ReadServices(pObj, false, uiIfIndex, &vecRows);
         }
         if (uiRet != ECM_OK) {
             return uiRet;
@@ -210,11 +260,11 @@ uint32_t Cmd_ReadCounts(void *pObj, std::vector<CmdIfCounts> *pvecCounts)
 {
     std::map<uint32_t, CmdIfCounts> mapCounts;
     for (int k = 0; k < KIND_NUM; k++) {
-        const ECM_CTL_TABLE_S *pstTable = TableNamed(KINDS[k].pcTable);
+        const ECM_CTL_TABLE_S *pstTable = Cmd_TableNamed(KINDS[k].pcTable);
         if (pstTable == nullptr) {
             return ECM_ERR_TABLE;
         }
-        CountSink stSink{ColumnNo(pstTable, IF_COLUMN), static_cast<CmdKind>(k), &mapCounts};
+        CountSink stSink{Cmd_ColumnNo(pstTable, IF_COLUMN), static_cast<CmdKind>(k), &mapCounts};
         uint32_t uiRet = ECM_CTL_Rows(pObj, pstTable->uiTableId, nullptr, 0, OnCountRow, &stSink);
         if (uiRet != ECM_OK) {
             return uiRet;
@@ -236,4 +286,15 @@ std::string Cmd_RowNo(const CmdRow &stRow)
 std::string Cmd_Range(uint64_t ulBegin, uint64_t ulEnd)
 {
     return ulBegin == ulEnd ? std::to_string(ulBegin) : std::to_string(ulBegin) + "-" + std::to_string(ulEnd);
+}
+
+bool Cmd_RowBackwards(const CmdRow &stRow)
+{
+    static const char *const apcRanges[][2] = {{"pe_begin", "pe_end"}, {"ce_begin", "ce_end"}, {"vlan_begin", "vlan_end"}};
+    for (const auto &range : apcRanges) {
+        if (stRow.Num(range[0]) > stRow.Num(range[1])) {
+            return true;
+        }
+    }
+    return false;
 }

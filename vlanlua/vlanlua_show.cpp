@@ -3,6 +3,7 @@
 #include <stdio.h>
 
 #include "vlanlua_cmd.h"
+#include "vlanlua_json.h"
 
 namespace {
 
@@ -45,6 +46,22 @@ void PrintInterface(const CmdIfConfig &stConfig)
     }
 }
 
+void PrintInterfaceJson(const CmdIfConfig &stConfig)
+{
+    CmdJson stDoc = Cmd_JsonDocument("interface");
+    stDoc["interface"] = stConfig.uiIfIndex;
+    CmdJson stKinds = CmdJson::object();
+    for (int k = 0; k < KIND_NUM; k++) {
+        CmdJson stRows = CmdJson::array();
+        for (const CmdRow &stRow : stConfig.avecRows[k]) {
+            stRows.push_back(Cmd_JsonRow(stRow));
+        }
+        stKinds[Cmd_KindInfo(static_cast<CmdKind>(k)).pcShort] = stRows;
+    }
+    stDoc["kinds"] = stKinds;
+    Cmd_PrintJson(stDoc);
+}
+
 /* Writes the text into the file opened for it and closes it; false when that fails. */
 bool WriteFile(FILE *pFile, const std::string &strText)
 {
@@ -72,7 +89,11 @@ int ShowInterface(void *pObj, const CmdShow &stShow)
             return CMD_EXIT_FAIL;
         }
     }
-    PrintInterface(stConfig);
+    if (stShow.bJson) {
+        PrintInterfaceJson(stConfig);
+    } else {
+        PrintInterface(stConfig);
+    }
     const std::string astrTexts[2] = {apFiles[0] != nullptr ? Cmd_Draw(stConfig, true).strSvg : "",
                                       apFiles[1] != nullptr ? Cmd_Page(stConfig) : ""};
     int iRet = 0;
@@ -87,12 +108,30 @@ int ShowInterface(void *pObj, const CmdShow &stShow)
 
 /* ---- Every interface ---- */
 
-int ShowSummary(void *pObj)
+void PrintSummaryJson(const std::vector<CmdIfCounts> &vecCounts)
+{
+    CmdJson stDoc = Cmd_JsonDocument("summary");
+    stDoc["interfaces"] = CmdJson::array();
+    for (const CmdIfCounts &stCounts : vecCounts) {
+        CmdJson stRows = CmdJson::object();
+        for (int k = 0; k < KIND_NUM; k++) {
+            stRows[Cmd_KindInfo(static_cast<CmdKind>(k)).pcShort] = stCounts.auiRows[k];
+        }
+        stDoc["interfaces"].push_back({{"interface", stCounts.uiIfIndex}, {"rows", stRows}});
+    }
+    Cmd_PrintJson(stDoc);
+}
+
+int ShowSummary(void *pObj, bool bJson)
 {
     std::vector<CmdIfCounts> vecCounts;
     if (Cmd_ReadCounts(pObj, &vecCounts) != ECM_OK) {
         fprintf(stderr, "vlanlua: cannot read the rows: %s\n", ECM_CTL_LastError(pObj));
         return CMD_EXIT_FAIL;
+    }
+    if (bJson) {
+        PrintSummaryJson(vecCounts);
+        return 0;
     }
     if (vecCounts.empty()) {
         puts("no interface has VLAN configuration");
@@ -114,9 +153,8 @@ int ShowSummary(void *pObj)
     return 0;
 }
 
-}  // namespace
-
-std::string Cmd_RowText(const CmdRow &r)
+/* The row's ranges and values as the text view lists them. */
+std::string RowFields(const CmdRow &r)
 {
     std::string strVr = Field("VR", r.Num("vrid"));
     std::string strPeCe =
@@ -140,7 +178,14 @@ std::string Cmd_RowText(const CmdRow &r)
     }
 }
 
+}  // namespace
+
+std::string Cmd_RowText(const CmdRow &r)
+{
+    return RowFields(r) + (Cmd_RowBackwards(r) ? "  DAMAGED: a range runs backwards" : "");
+}
+
 int Cmd_Show(void *pObj, const CmdShow &stShow)
 {
-    return stShow.bOneInterface ? ShowInterface(pObj, stShow) : ShowSummary(pObj);
+    return stShow.bOneInterface ? ShowInterface(pObj, stShow) : ShowSummary(pObj, stShow.bJson);
 }

@@ -77,6 +77,14 @@ void *ECM_CTL_Open(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_
 void *ECM_CTL_OpenEx(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId,
                      uint32_t uiBusyTimeoutMs, char *pcErr, size_t ulErrLen);
 #define ECM_BUSY_TIMEOUT_DEFAULT 5000u
+/* Opens a database file for reading only, writing nothing at all: no schema, no upgrade, no -wal
+ * or -shm file beside it. A file whose write-ahead log is absent or empty is read as it is (SQLite's
+ * immutable mode, which also serves read-only folders and media); one whose log holds changes not
+ * yet in the file is read through the log, which needs the -shm file the writers keep beside it.
+ * Only a file of this build's schema version is opened. Writes on the object fail. Null on
+ * failure, with the reason in pcErr. */
+void *ECM_CTL_OpenReadOnly(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
+                           size_t ulErrLen);
 /* The schema version that this build writes (PRAGMA user_version of a file). */
 #define ECM_SCHEMA_VERSION 1u
 /* Unbinds the object from the state it is bound to, closes the storage and destroys the

@@ -136,6 +136,9 @@ void Ecm_CountCallUnits(EcmDb *pstDb, bool bOn);
 /* Creates the schema in an empty database or upgrades an older one, in one transaction; refuses a
  * newer or foreign file without changing it. false with the reason in pcErr. */
 bool Ecm_PrepareSchema(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
+/* The file's schema is this build's, so it can be read as it is; false with the reason in pcErr.
+ * Reads only. */
+bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
 
 /* ---- Values ---- */
 uint64_t Ecm_ReadLe(const uint8_t *pucSrc, uint32_t uiWidth);

@@ -239,3 +239,17 @@ bool Ecm_PrepareSchema(EcmDb *pstDb, char *pcErr, size_t ulErrLen)
     (void)sqlite3_exec(pstDb->pDb, "ROLLBACK", nullptr, nullptr, nullptr);
     return Fail(pcErr, ulErrLen, strWhy);
 }
+
+bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen)
+{
+    int64_t llVersion = 0;
+    std::string strWhy;
+    if (!ReadVersion(pstDb->pDb, &llVersion, &strWhy)) {
+        return Fail(pcErr, ulErrLen, strWhy);
+    }
+    if (llVersion < ECM_SCHEMA_VERSION) {
+        return Fail(pcErr, ulErrLen, "schema version " + std::to_string(llVersion) + " is older than this build's " +
+                                         std::to_string(ECM_SCHEMA_VERSION) + " (a script run on the file upgrades it)");
+    }
+    return true;
+}

@@ -15,26 +15,8 @@ for _, ifx in ipairs(IFACES) do model[ifx] = {} end
 
 local function cell(pe, ce) return pe * 64 + ce end
 
-local function range()
-  local a = math.random(1, SIDE)
-  local b = math.min(SIDE, a + math.random(0, math.random(0, 1) == 0 and 3 or 12))
-  return a, b
-end
-
-local function random_services(removal)
-  local t = {}
-  if math.random() >= 0.15 then
-    for _ = 1, math.random(1, 3) do
-      t[#t + 1] = TYPES[math.random(#TYPES)]
-      t[#t + 1] = math.random(0, 2)
-    end
-  end
-  if removal then
-    t[#t + 1] = math.random(0, 1) == 0 and 255 or 16
-    t[#t + 1] = math.random(1, 9)
-  end
-  return t
-end
+local function range() return U.random_range(SIDE) end
+local function random_services(removal) return U.random_services(TYPES, removal) end
 
 -- What a set request does to one cell's services: later pairs override earlier ones, 0 clears.
 local function lay(old, svcs)

@@ -7,63 +7,17 @@ local t = require "testlib"
 local cfgdb = require "cfgdb"
 local unpack = table.unpack or unpack
 
-local CMD = "bin/vlanlua"                   -- ctest runs the script from the build folder
+local C = require "cmdlib"
 local SRC = (arg and arg[0] or ""):match("^(.*)/tests/lua/[^/]*$") or "."
 local BROWSER = arg and arg[1] == "browser"
 local SEG, BASE, VPN, PWSUP, CTRL = 0x08361118, 0x08361119, 0x08360535, 0x0D4B12D9, 0x083607EF
 local QINQ, UDOT1Q, UDESC, UANY = 0x083606C1, 0x08361117, 0x0836111B, 0x0836117F
-
-local function sh_quote(s)
-  return "'" .. s:gsub("'", "'\\''") .. "'"
-end
-
-local function read(path)
-  local f = io.open(path, "rb")
-  if not f then return nil end
-  local data = f:read("*a")
-  f:close()
-  return data
-end
-
-local function write(path, text)
-  local f = assert(io.open(path, "wb"))
-  f:write(text)
-  f:close()
-end
-
-local dir = io.popen("mktemp -d"):read("*l")
-os.execute("chmod 711 " .. sh_quote(dir))   -- another user may reach the files named in it
-local function path(name) return dir .. "/" .. name end
-
--- A shell command for an uninstrumented program: without the sanitizer runtime the tests preload.
-local function plain(command)
-  return "env -u LD_PRELOAD " .. command
-end
-
-local function exit_status(a, _, c)
-  return type(a) == "number" and (a >= 256 and math.floor(a / 256) or a) or c   -- 5.1: a wait status
-end
-
--- Runs the command (after the words of prefix, e.g. to run it as another user) with the given
--- arguments; its exit status, standard output and error.
-local function run_as(prefix, ...)
-  local words = {}
-  for i, a in ipairs({ ... }) do words[i] = sh_quote(a) end
-  local status = exit_status(os.execute(prefix .. CMD .. " " .. table.concat(words, " ") .. " >" .. path("out") ..
-    " 2>" .. path("err")))
-  return status, read(path("out")), read(path("err"))
-end
-local function run(...) return run_as("", ...) end
+local sh_quote, read, write, path, plain, exit_status = C.sh_quote, C.read, C.write, C.path, C.plain, C.exit_status
+local run_as, run, lines, dir = C.run_as, C.run, C.lines, C.dir
 
 -- Without arguments the script runs every case but the page's; with "browser", only that one.
 local function case(name, fn)
   if not BROWSER then t.case(name, fn) end
-end
-
-local function lines(text)
-  local out = {}
-  for line in text:gmatch("[^\n]+") do out[#out + 1] = line end
-  return out
 end
 
 -- A new database file holding what the script (run by the command) and then fill(db) stored.
@@ -231,7 +185,7 @@ case("--help and the man page have the same forms and options in the same words;
   end
   local forms, options = help_parts(help)
   local man_text = table.concat(man, " "):gsub("%s+", " ")
-  t.eq(#forms, 3, "usage forms")
+  t.eq(#forms, 5, "usage forms")
   for _, form in ipairs(forms) do
     t.check(man_text:find(form, 1, true), "the man page's synopsis lacks %q", form)
   end

@@ -62,6 +62,30 @@ function M.rows(db, ifindex)
   return out
 end
 
+-- A random VLAN range within 1..side: mostly short, sometimes wider.
+function M.random_range(side)
+  local a = math.random(1, side)
+  local b = math.min(side, a + math.random(0, math.random(0, 1) == 0 and 3 or 12))
+  return a, b
+end
+
+-- Random service pairs of the given types (values 0 to 2, so services are cleared too), or none;
+-- a removal adds a present type-16 entry (as 255 or 16).
+function M.random_services(types, removal)
+  local t = {}
+  if math.random() >= 0.15 then
+    for _ = 1, math.random(1, 3) do
+      t[#t + 1] = types[math.random(#types)]
+      t[#t + 1] = math.random(0, 2)
+    end
+  end
+  if removal then
+    t[#t + 1] = math.random(0, 1) == 0 and 255 or 16
+    t[#t + 1] = math.random(1, 9)
+  end
+  return t
+end
+
 function M.svcstr(svc)
   local keys = {}
   for k in pairs(svc) do keys[#keys + 1] = k end
