@@ -6,6 +6,9 @@ local cfgdb = require "cfgdb"
 local unpack = table.unpack or unpack
 
 local CMD = "bin/vlanlua"                   -- ctest runs the script from the build folder
+if os.getenv("VLANLUA_EMULATOR") then       -- a cross build's command runs under the emulator
+  CMD = os.getenv("VLANLUA_EMULATOR") .. " " .. CMD
+end
 local SEG, PWSUP, CTRL = 0x08361118, 0x0D4B12D9, 0x083607EF
 
 local function sh_quote(s)
