@@ -30,8 +30,8 @@ packages=(liblua5.4-dev liblua5.4-0 lua5.4 libsqlite3-dev libsqlite3-0
 fetch_sysroot() {
   local apt=$root/apt
   local opts=(-qq -o "Dir::State::Lists=$apt/lists" -o "Dir::State::status=$apt/status"
-              -o "Dir::Cache=$apt/cache" -o "APT::Architecture=$debarch" -o "APT::Architectures::=$debarch"
-              -o "APT::Sandbox::User=root")
+              -o "Dir::Cache=$apt/cache" -o "APT::Architecture=$debarch" -o "APT::Architectures::=$debarch")
+  [ "$(id -u)" -ne 0 ] || opts+=(-o "APT::Sandbox::User=root")  # root: no _apt user for files in build/
   mkdir -p "$apt/lists/partial" "$apt/cache/archives/partial" "$root/debs"
   : > "$apt/status"
   if ! apt-get "${opts[@]}" update; then  # a mirror in the middle of a sync fails one list, not all
