@@ -10,12 +10,12 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <unistd.h>
 
 #include "ecm_ctl.h"
+#include "kel_order.h"
 
 namespace {
 
@@ -175,8 +175,7 @@ int FloorFirstFree(lua_State *L)
     lua_Integer llNum = 0;
     if (FloorReadBitMap(L, 1, aucMap, &llNum)) {
         for (int w = 0; w < kBitMapLen / 8; w++) {
-            uint64_t ulUsed;
-            std::memcpy(&ulUsed, aucMap + 8 * w, sizeof(ulUsed));
+            uint64_t ulUsed = KEL_GetLe64(aucMap + 8 * w);
             ulUsed |= (w == 0 ? 1u : 0u) | (w == kBitMapLen / 8 - 1 ? 1ull << 63 : 0u);  /* VLAN 0 and 4095 */
             if (ulUsed != ~0ull) {
                 lua_pushinteger(L, 0);

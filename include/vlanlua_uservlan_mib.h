@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "kel_avl3.h"
+#include "kel_order.h"
 #include "vlanlua_db.h"
 #include "vlanlua_pub.h"
 
@@ -14,7 +15,7 @@ extern "C" {
 #endif
 
 #define VLANLUA_UVLAN_PAIR_MAX      4096u       /* one pair node per distinct begin value */
-#define VLANLUA_UVLAN_PAIR_KEYOFS   28u         /* place of usCeBgn in a pair node */
+#define VLANLUA_UVLAN_PAIR_KEYOFS   (3u * KEL_PTR_SIZE + 4u)  /* place of usCeBgn in a pair node: 28 on 64 bits */
 #define VLANLUA_UVLAN_CE_DONE       0xFFFFu     /* a source's CE VLAN once it is exhausted */
 #define VLANLUA_UVLAN_IF_NONE       0xFFFFFFFFu /* an exhausted source's interface */
 #define VLANLUA_UVLAN_QINQ_IF_MAX   64u         /* QinQ interfaces one walk visits */
@@ -206,7 +207,7 @@ static_assert(sizeof(VLANLUA_UVLAN_MIBKEY_S) == 20, "query key layout");
 static_assert(__builtin_offsetof(VLANLUA_UVLAN_MIBKEY_S, uiQueryNum) == 8, "query key layout");
 static_assert(sizeof(VLANLUA_UVLAN_MIBENTRY_S) == 8, "entry layout");
 static_assert(sizeof(VLANLUA_UVLAN_CNTKEY_S) == 12, "counting key layout");
-static_assert(sizeof(VLANLUA_UVLAN_PAIRNODE_S) == 32, "pair node layout");
+static_assert(sizeof(VLANLUA_UVLAN_PAIRNODE_S) == 3 * KEL_PTR_SIZE + 8, "pair node layout");
 static_assert(__builtin_offsetof(VLANLUA_UVLAN_PAIRNODE_S, usCeBgn) == VLANLUA_UVLAN_PAIR_KEYOFS, "pair node key");
 static_assert(__builtin_offsetof(VLANLUA_UVLAN_PAIRNODE_S, uiHeight) ==
               __builtin_offsetof(KEL_AVL3_NODE_S, uiHeight), "pair node links");
@@ -214,6 +215,6 @@ static_assert(sizeof(VLANLUA_UVLAN_DOT1QREC_S) == 8, "dot1q row layout");
 static_assert(sizeof(VLANLUA_UVLAN_QINQREC_S) == 12, "QinQ row layout");
 static_assert(sizeof(VLANLUA_UVLAN_DESCREC_S) == 137, "description row layout");
 static_assert(__builtin_offsetof(VLANLUA_UVLAN_DESCREC_S, acDesc) == 8, "description row layout");
-static_assert(__builtin_offsetof(VLANLUA_UVLAN_PAIRBUF_S, stTree) == 16, "pair buffer layout");
+static_assert(__builtin_offsetof(VLANLUA_UVLAN_PAIRBUF_S, stTree) == KEL_PTR_SIZE + 8, "pair buffer layout");
 #endif
 #endif

@@ -1,10 +1,13 @@
 /* Configuration-database client of the platform. Every operation takes the database object
  * first and returns 0 on success. The four blocks handed to the select are the database's
- * layouts, little-endian, byte for byte as declared here. */
+ * layouts, little-endian, byte for byte as declared here (kel_order.h); the values inside them
+ * (a condition's value, the result records) and the values of a write are in the machine's order. */
 #ifndef ECM_CAPI_H
 #define ECM_CAPI_H
 
 #include <stdint.h>
+
+#include "kel_order.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -30,12 +33,12 @@ extern "C" {
 typedef struct {
     uint8_t ucFieldId;
     uint8_t aucRsv[3];
-    uint32_t uiOp;
+    KEL_LE32_S uiOp;
     uint8_t aucValue[ECM_COND_VALUE_LEN];
 } ECM_COND_S;
 
 typedef struct {
-    uint16_t usCondNum;
+    KEL_LE16_S usCondNum;
     uint16_t usRsv;
     ECM_COND_S astCond[ECM_COND_MAX];
 } ECM_COND_BLOCK_S;
@@ -46,18 +49,18 @@ typedef struct {
     uint8_t aucFieldId[ECM_SELECT_MAX];
 } ECM_SELECT_S;
 
-typedef struct __attribute__((packed, aligned(4))) {
-    uint16_t usRecLen;
-    uint16_t usRecNum;      /* in: most records wanted; out: records delivered */
-    uint32_t uiBufLen;
-    uint32_t uiDataLen;     /* in: equal to uiBufLen; out: bytes delivered */
-    uint8_t *pucData;
+typedef struct __attribute__((aligned(4))) {
+    KEL_LE16_S usRecLen;
+    KEL_LE16_S usRecNum;    /* in: most records wanted; out: records delivered */
+    KEL_LE32_S uiBufLen;
+    KEL_LE32_S uiDataLen;   /* in: equal to uiBufLen; out: bytes delivered */
+    uint8_t *pucData __attribute__((packed));  /* at 12, whatever the pointer's alignment */
 } ECM_RESULT_S;
 
 typedef struct {
     uint8_t ucSortNum;
     uint8_t aucRsv[3];
-    uint32_t uiSortOrder;   /* always 0: ascending, first sort field most significant */
+    KEL_LE32_S uiSortOrder; /* always 0: ascending, first sort field most significant */
     uint8_t *pucSortField;
 } ECM_SORT_S;
 
@@ -73,9 +76,12 @@ typedef struct {
 static_assert(sizeof(ECM_COND_S) == 264, "condition layout");
 static_assert(sizeof(ECM_COND_BLOCK_S) == 4 + 20 * 264, "condition block layout");
 static_assert(sizeof(ECM_SELECT_S) == 260, "selection block layout");
-static_assert(sizeof(ECM_RESULT_S) == 20, "result descriptor layout");
-static_assert(sizeof(ECM_SORT_S) == 16, "sort block layout");
-static_assert(sizeof(ECM_FIELDVAL_S) == 16, "field value layout");
+static_assert(sizeof(ECM_RESULT_S) == 12 + KEL_PTR_SIZE, "result descriptor layout");
+static_assert(__builtin_offsetof(ECM_RESULT_S, pucData) == 12, "result descriptor layout");
+static_assert(sizeof(ECM_SORT_S) == 8 + KEL_PTR_SIZE, "sort block layout");
+static_assert(__builtin_offsetof(ECM_SORT_S, pucSortField) == 8, "sort block layout");
+static_assert(sizeof(ECM_FIELDVAL_S) == 8 + KEL_PTR_SIZE, "field value layout");
+static_assert(__builtin_offsetof(ECM_FIELDVAL_S, pvValue) == 8, "field value layout");
 #endif
 
 void *ECM_CAPI_GetObjExt(void *pState);

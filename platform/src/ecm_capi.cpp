@@ -172,20 +172,18 @@ uint32_t PrepareRead(EcmDb *pstDb, uint32_t uiTableId, const ECM_COND_BLOCK_S *p
 }
 
 /* Lays the selected columns of the current row at their schema widths, back to back, into a record
- * of uiRecLen bytes, cut or zero-padded: a lone or last field so comes in the width asked for. */
+ * of uiRecLen bytes; the last field takes the rest of the record, cut or widened: a lone or last
+ * field so comes in the width asked for, an integer as a number of that width. */
 void CopyRecord(sqlite3_stmt *pStmt, const ReadShape *pstShape, uint8_t *pucRec, uint32_t uiRecLen)
 {
     uint32_t uiOffset = 0;
     for (uint32_t i = 0; i < pstShape->uiSelNum && uiOffset < uiRecLen; i++) {
-        const ECM_CTL_FIELD_S *pstField = pstShape->apstSel[i];
-        if (uiOffset + pstField->usWidth <= uiRecLen) {
-            Ecm_ColumnBytes(pStmt, static_cast<int>(i), pstField, pucRec + uiOffset);
-        } else {
-            uint8_t aucField[512];
-            Ecm_ColumnBytes(pStmt, static_cast<int>(i), pstField, aucField);
-            memcpy(pucRec + uiOffset, aucField, uiRecLen - uiOffset);
+        uint32_t uiWidth = pstShape->apstSel[i]->usWidth;
+        if (i + 1 == pstShape->uiSelNum || uiOffset + uiWidth > uiRecLen) {
+            uiWidth = uiRecLen - uiOffset;
         }
-        uiOffset += pstField->usWidth;
+        Ecm_ColumnBytes(pStmt, static_cast<int>(i), pstShape->apstSel[i], pucRec + uiOffset, uiWidth);
+        uiOffset += uiWidth;
     }
     if (uiOffset < uiRecLen) {
         memset(pucRec + uiOffset, 0, uiRecLen - uiOffset);

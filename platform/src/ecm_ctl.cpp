@@ -60,7 +60,7 @@ uint32_t Convert(EcmDb *pstDb, uint32_t uiTableId, const ECM_CTL_VAL_S *pstVals,
         size_t ulAt = pstOut->vecBytes.size();
         pstOut->vecBytes.resize(ulAt + pstField->usWidth, 0);
         if (!ECM_CTL_IsByteType(pstField->ucType)) {
-            Ecm_WriteLe(&pstOut->vecBytes[ulAt], pstField->usWidth, pstVals[i].ulNum);
+            KEL_PutNum(&pstOut->vecBytes[ulAt], pstField->usWidth, pstVals[i].ulNum);
         } else if (pstVals[i].uiLen != 0) {
             memcpy(&pstOut->vecBytes[ulAt], pstVals[i].pucBytes, pstVals[i].uiLen);
         }

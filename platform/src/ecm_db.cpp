@@ -192,35 +192,22 @@ sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql
 
 /* ---- Values ---- */
 
-uint64_t Ecm_ReadLe(const uint8_t *pucSrc, uint32_t uiWidth)
+void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst,
+                     uint32_t uiWidth)
 {
-    uint64_t ulValue = 0;
-    for (uint32_t i = uiWidth < 8 ? uiWidth : 8; i > 0; i--) {
-        ulValue = (ulValue << 8) | pucSrc[i - 1];
-    }
-    return ulValue;
-}
-
-void Ecm_WriteLe(uint8_t *pucDst, uint32_t uiWidth, uint64_t ulValue)
-{
-    for (uint32_t i = 0; i < uiWidth; i++) {
-        pucDst[i] = (i < 8) ? static_cast<uint8_t>(ulValue >> (8 * i)) : 0;
-    }
-}
-
-void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst)
-{
+    uint32_t uiLen = 0;
     if (!ECM_CTL_IsByteType(pstField->ucType)) {
-        Ecm_WriteLe(pucDst, pstField->usWidth, static_cast<uint64_t>(sqlite3_column_int64(pStmt, iCol)));
-        return;
+        uiLen = uiWidth < sizeof(uint64_t) ? uiWidth : sizeof(uint64_t);
+        KEL_PutNum(pucDst, uiLen, static_cast<uint64_t>(sqlite3_column_int64(pStmt, iCol)));
+    } else {
+        const void *pvBlob = sqlite3_column_blob(pStmt, iCol);
+        uiLen = static_cast<uint32_t>(sqlite3_column_bytes(pStmt, iCol));
+        uiLen = uiLen < uiWidth ? uiLen : uiWidth;
+        if (uiLen != 0) {
+            memcpy(pucDst, pvBlob, uiLen);
+        }
     }
-    const void *pvBlob = sqlite3_column_blob(pStmt, iCol);
-    uint32_t uiLen = static_cast<uint32_t>(sqlite3_column_bytes(pStmt, iCol));
-    uiLen = uiLen < pstField->usWidth ? uiLen : pstField->usWidth;
-    if (uiLen != 0) {
-        memcpy(pucDst, pvBlob, uiLen);
-    }
-    memset(pucDst + uiLen, 0, pstField->usWidth - uiLen);
+    memset(pucDst + uiLen, 0, uiWidth - uiLen);
 }
 
 int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue)
@@ -228,5 +215,5 @@ int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstFie
     if (ECM_CTL_IsByteType(pstField->ucType)) {
         return sqlite3_bind_blob(pStmt, iParam, pucValue, pstField->usWidth, SQLITE_STATIC);
     }
-    return sqlite3_bind_int64(pStmt, iParam, static_cast<sqlite3_int64>(Ecm_ReadLe(pucValue, pstField->usWidth)));
+    return sqlite3_bind_int64(pStmt, iParam, static_cast<sqlite3_int64>(KEL_GetNum(pucValue, pstField->usWidth)));
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ecm_ctl.h"
+#include "kel_order.h"
 
 struct EcmIndexDef {
     uint32_t uiTableId;
@@ -140,12 +141,15 @@ bool Ecm_PrepareSchema(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
  * Reads only. */
 bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
 
-/* ---- Values ---- */
-uint64_t Ecm_ReadLe(const uint8_t *pucSrc, uint32_t uiWidth);
-void Ecm_WriteLe(uint8_t *pucDst, uint32_t uiWidth, uint64_t ulValue);
-/* Writes column iCol of the current row as the field's bytes at schema width into pucDst. */
-void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst);
-/* Binds a value given as the field's bytes at schema width (integers little-endian). */
+/* ---- Values ----
+ * A value travels as the field's bytes: text and bitmaps as stored, integers in the machine's order
+ * (kel_order.h), as the records of the client operations hold them. */
+
+/* Writes column iCol of the current row into uiWidth bytes at pucDst: an integer as a number of
+ * that width (of at most 8 bytes, zeros after), bytes cut or zero-padded. */
+void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst,
+                     uint32_t uiWidth);
+/* Binds a value given as the field's bytes at schema width. */
 int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue);
 
 /* ---- Writes shared by the client and the control side ---- */

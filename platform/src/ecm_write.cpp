@@ -272,7 +272,7 @@ void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFla
         ECM_CTL_VAL_S stVal{pstField->ucFieldNo, 0, 0, nullptr};
         uint32_t uiOffset = static_cast<uint32_t>(stEntry.strBytes.size());
         if (!ECM_CTL_IsByteType(pstField->ucType)) {
-            stVal.ulNum = Ecm_ReadLe(pstVals[i].pucValue, pstField->usWidth);
+            stVal.ulNum = KEL_GetNum(pstVals[i].pucValue, pstField->usWidth);
         } else {
             const char *pcBytes = reinterpret_cast<const char *>(pstVals[i].pucValue);
             stVal.uiLen = pstField->usWidth;

@@ -1,15 +1,16 @@
-/* The VLAN bitmap. VLAN v is bit (v mod 8) of byte (v div 8); on a little-endian machine that
+/* The VLAN bitmap. VLAN v is bit (v mod 8) of byte (v div 8); read as a little-endian word that
  * is bit (v mod 64) of 64-bit word (v div 64), so the set operations and tests run on whole
- * words and only the edges (VLAN 0, VLAN 4095, a tail shorter than a word) need bytes.
- * Uses only the platform's names. */
+ * words and only the edges (VLAN 0, VLAN 4095, a tail shorter than a word) need bytes. Union,
+ * intersection and the empty test do not care how a word's bytes are ordered and take them as
+ * they lie; the free search and the full test, which care where a bit is, read little-endian
+ * words. Uses only the platform's names. */
 #include "bas/vlanlua_bas_bitmap.h"
 
 #include <bit>
 #include <cstring>
 
+#include "kel_order.h"
 #include "vlanlua_pub.h"
-
-static_assert(std::endian::native == std::endian::little, "bitmap words assume little-endian bytes");
 
 namespace {
 
@@ -18,11 +19,18 @@ constexpr uint64_t kAllOnes = ~0ULL;
 constexpr uint64_t kVlan0Bit = 1ULL;                  /* VLAN 0, lowest bit of word 0 */
 constexpr uint64_t kVlan4095Bit = 1ULL << 63;         /* VLAN 4095, highest bit of word 63 */
 
+/* A word as its bytes lie in memory: for operations that treat every bit alike. */
 uint64_t LoadWord(const uint8_t *pucBitMap, uint32_t uiWord)
 {
     uint64_t ulWord;
     std::memcpy(&ulWord, pucBitMap + uiWord * sizeof(uint64_t), sizeof(ulWord));
     return ulWord;
+}
+
+/* A word whose bit k is VLAN 64 * uiWord + k on either byte order. */
+uint64_t LoadVlanWord(const uint8_t *pucBitMap, uint32_t uiWord)
+{
+    return KEL_GetLe64(pucBitMap + uiWord * sizeof(uint64_t));
 }
 
 void StoreWord(uint8_t *pucBitMap, uint32_t uiWord, uint64_t ulWord)
@@ -123,7 +131,7 @@ extern "C" uint32_t VlanLua_GetFirstFreeValue(uint32_t uiByteNum, const uint8_t 
     }
     *puiVlanId = 0;
     for (uint32_t w = 0; w < kWordNum; w++) {
-        uint64_t ulUsed = LoadWord(pucBitMap, w);
+        uint64_t ulUsed = LoadVlanWord(pucBitMap, w);
         if (w == 0) {
             ulUsed |= kVlan0Bit;                      /* VLAN 0 and 4095 are never handed out */
         }
@@ -140,8 +148,8 @@ extern "C" uint32_t VlanLua_GetFirstFreeValue(uint32_t uiByteNum, const uint8_t 
 
 extern "C" uint32_t vlanLua_IsBitMapFull(const uint8_t *pucBitMap)
 {
-    if (LoadWord(pucBitMap, 0) != (kAllOnes & ~kVlan0Bit) ||
-        LoadWord(pucBitMap, kWordNum - 1) != (kAllOnes & ~kVlan4095Bit)) {
+    if (LoadVlanWord(pucBitMap, 0) != (kAllOnes & ~kVlan0Bit) ||
+        LoadVlanWord(pucBitMap, kWordNum - 1) != (kAllOnes & ~kVlan4095Bit)) {
         return 1;
     }
     for (uint32_t w = 1; w < kWordNum - 1; w++) {

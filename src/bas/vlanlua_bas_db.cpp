@@ -7,8 +7,8 @@
 #include "sec_bound.h"
 
 static_assert(__builtin_offsetof(VLANLUA_RECORDSET_S, uiTableId) == 0, "record set layout");
-static_assert(__builtin_offsetof(VLANLUA_RECORDSET_S, pObj) == 8, "record set layout");
-static_assert(__builtin_offsetof(VLANLUA_RECORDSET_S, stWhere) == 16, "record set layout");
+static_assert(__builtin_offsetof(VLANLUA_RECORDSET_S, pObj) == KEL_PTR_ALIGN(4), "record set layout");
+static_assert(__builtin_offsetof(VLANLUA_RECORDSET_S, stWhere) == KEL_PTR_ALIGN(4) + KEL_PTR_SIZE, "record set layout");
 
 /* ---- creation and deletion ---- */
 

@@ -5,14 +5,16 @@
 # file embeds the module. No installed run path may point back into the build tree.
 # Arguments: build dir, stock interpreter, Lua version, source dir, C compiler, extra C flags,
 # and the environment the uninstrumented interpreter needs under the sanitizers (may be empty).
+# In a cross build VLANLUA_EMULATOR starts the target's programs.
 set -euo pipefail
 build=$1 interp=$2 luaver=$3 src=$4 cc=$5 cflags=$6
 shift 6
 sanitizer_env=("$@")
+read -r -a emulator <<< "${VLANLUA_EMULATOR:-}"
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
-clean() { env -i "${sanitizer_env[@]}" "$@"; }
+clean() { env -i "${sanitizer_env[@]}" "${emulator[@]}" "$@"; }
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 cmod=$prefix/lib/lua/$luaver

@@ -4,6 +4,9 @@
 local M = {}
 
 M.CMD = "bin/vlanlua"
+if os.getenv("VLANLUA_EMULATOR") then         -- a cross build's command runs under the emulator
+  M.CMD = os.getenv("VLANLUA_EMULATOR") .. " " .. M.CMD
+end
 
 function M.sh_quote(s)
   return "'" .. s:gsub("'", "'\\''") .. "'"

@@ -79,6 +79,12 @@ t.case("db:transaction commits fn's calls as one unit or none; db:dry_run return
   t.lines(lines(db:journal()), dry, "a dry run answers the journal of the real run")
   t.eq(shape(reader), "1-9", "the real run")
   t.check(not pcall(db.dry_run, db, function() error("x") end), "an error inside a dry run is raised again")
+  db:transaction(function()
+    set(20, 20, 1)
+    t.check(not pcall(db.transaction, db, function() set(21, 21, 1); error("inner") end), "the inner error is raised")
+    set(22, 22, 1)
+  end)
+  t.eq(shape(reader), "1-9 20-20 22-22", "a nested unit that raised took back its own writes, and only those")
   reader:close()
   db:close()
   for _, suffix in ipairs({ "", "-wal", "-shm" }) do os.remove(path .. suffix) end

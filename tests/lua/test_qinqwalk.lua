@@ -50,14 +50,15 @@ t.case("rows follow the position in (interface, PE VLAN, first CE VLAN) order", 
   t.clean(db, "walk")
 end)
 
-t.case("the row fields and PE and CE positions cut to 16 bits", function()
+t.case("the row fields, up to the top of their ranges, and PE and CE positions cut to 16 bits", function()
   local db = t.fresh()
   iface(db, 5)
   rect(db, 5, 4094, 4094, 4000, 4094, 3)
+  rect(db, 5, 65535, 65535, 65534, 65535, 255)
   local rows, raw = page(5, 0x10000 + 4093, 0, 10)
-  t.lines(rows, { "(5,4094,4000-4094,g3)" }, "row")
+  t.lines(rows, { "(5,4094,4000-4094,g3)", "(5,65535,65534-65535,g255)" }, "rows")
   t.eq(raw[1].ifIndex, 5, "ifIndex")
-  t.eq(raw[1].ceVlanEnd, 4094, "ceVlanEnd")
+  t.eq(raw[2].ceVlanEnd, 65535, "ceVlanEnd")
 end)
 
 t.case("a CE range beginning at 4095 never follows a position on its own PE VLAN", function()

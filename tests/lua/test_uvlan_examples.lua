@@ -91,6 +91,17 @@ case("service changes on a stored segment make exactly their writes", function()
   end
 end)
 
+case("a stored base-service row holding only service type 16 is a row: updated in place, type 16 kept", function()
+  local db = fresh()
+  U.set(7, 10, 20, 1, 5, {})
+  db:insert(U.BASE, {[1] = 7, [2] = U.rows(db, 7)[1].idx, [6] = 5})
+  db:journal()
+  t.eq(U.set(7, 10, 20, 1, 5, {1, 3}).code, 0, "code")
+  local j = db:journal()
+  t.eq(ops(j), "set 08361119 " .. BASE_ALL, "writes")
+  t.eq(j[1].fields[6] .. " " .. j[1].fields[7], "5 3", "type 16 stays in field 6 beside type 1 in field 7")
+end)
+
 case("stored key words replace those of the request", function()
   local db = fresh()
   U.set(7, 10, 20, 1, 5, {1, 3}, {a = 1, b = 2})

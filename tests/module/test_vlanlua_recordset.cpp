@@ -43,8 +43,9 @@ TEST_F(RecordSet, WorkedExampleConditionAndSelectionBytes)
     uint32_t uiValue = 0x105;
     VLANLUA_RecordSet_SelectField(pstRs, 12, 4);
     ASSERT_EQ(VLANLUA_RecordSet_Where(pstRs, 0, 2, &uiValue, 4), 0u);
-    std::vector<uint8_t> want = {1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 5, 1, 0, 0};
+    std::vector<uint8_t> want = {1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0};  /* counts little-endian */
     want.resize(4 + 264, 0);
+    KEL_PutNum(&want[12], 4, 0x105);                                  /* the value as the machine holds it */
     EXPECT_EQ(Bytes(pstRs->pstWhere, want.size()), want);
     std::vector<uint8_t> wantSel(sizeof(ECM_SELECT_S), 0);
     wantSel[0] = 1;
@@ -61,7 +62,8 @@ TEST_F(RecordSet, OversizedValueIsRefusedWithoutCounting)
     uint32_t uiValue = 9;                   /* the next condition takes the first place */
     EXPECT_EQ(VLANLUA_RecordSet_Where(pstRs, 1, 3, &uiValue, 4), 0u);
     EXPECT_EQ(pstRs->stWhere.usCondNum, 1);
-    EXPECT_EQ(Bytes(&pstRs->stWhere.astCond[0], 12), (std::vector<uint8_t>{3, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0}));
+    EXPECT_EQ(Bytes(&pstRs->stWhere.astCond[0], 8), (std::vector<uint8_t>{3, 0, 0, 0, 1, 0, 0, 0}));
+    EXPECT_EQ(KEL_GetNum(pstRs->stWhere.astCond[0].aucValue, 4), 9u);
 }
 
 TEST_F(RecordSet, SelectedFieldsArePackedInSelectionOrderAndWidth)
@@ -74,5 +76,6 @@ TEST_F(RecordSet, SelectedFieldsArePackedInSelectionOrderAndWidth)
     EXPECT_EQ(pstRs->stResult.usRecLen, 6);
     EXPECT_EQ(VLANLUA_RecordSet_GetRecordNum(pstRs), 1);
     EXPECT_EQ(VLANLUA_RecordSet_GetDataNum(pstRs), 6u);
-    EXPECT_EQ(Bytes(VLANLUA_RecordSet_GetDataBuff(pstRs), 6), (std::vector<uint8_t>{0x44, 0x33, 0x22, 0x11, 0xAA, 0xBB}));
+    EXPECT_EQ(KEL_GetNum(VLANLUA_RecordSet_GetDataBuff(pstRs), 4), 0x11223344u);
+    EXPECT_EQ(KEL_GetNum(VLANLUA_RecordSet_GetDataBuff(pstRs) + 4, 2), 0xBBAAu) << "the u32 field asked as a u16";
 }

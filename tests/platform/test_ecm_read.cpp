@@ -18,14 +18,17 @@ std::vector<uint8_t> Hex(std::initializer_list<int> lstBytes)
 
 class BlockLayout : public EcmTest {};
 
+/* The blocks' counts are little-endian on every machine; the condition's value and the records are
+ * in the machine's order. */
 TEST_F(BlockLayout, ConditionBlockBytesSelectOnlyTheRecordWithFieldTwoEqualTo0x105)
 {
     Put(pObj, IF_INFO, {{2, 0x105}, {12, 1}});
-    Put(pObj, IF_INFO, {{2, 0x501}, {12, 2}});     /* the value read big-endian */
-    Put(pObj, IF_INFO, {{2, 0x5010000}, {12, 3}}); /* the value read from the wrong offset */
+    Put(pObj, IF_INFO, {{2, 0x501}, {12, 2}});     /* the low two bytes swapped */
+    Put(pObj, IF_INFO, {{2, 0x5010000}, {12, 3}}); /* the value in the other byte order */
     std::vector<uint8_t> vecWhere(sizeof(ECM_COND_BLOCK_S), 0);
-    std::vector<uint8_t> vecHead = Hex({0x01, 0, 0, 0, 0x02, 0, 0, 0, 0, 0, 0, 0, 0x05, 0x01, 0, 0});
+    std::vector<uint8_t> vecHead = Hex({0x01, 0, 0, 0, 0x02, 0, 0, 0, 0, 0, 0, 0});
     std::copy(vecHead.begin(), vecHead.end(), vecWhere.begin());
+    KEL_PutNum(&vecWhere[12], 4, 0x105);
     std::vector<uint8_t> vecSelect(sizeof(ECM_SELECT_S), 0);
     std::vector<uint8_t> vecSelHead = Hex({0x01, 0, 0, 0, 0x0C});
     std::copy(vecSelHead.begin(), vecSelHead.end(), vecSelect.begin());
@@ -49,7 +52,8 @@ TEST_F(BlockLayout, ConditionBlockBytesSelectOnlyTheRecordWithFieldTwoEqualTo0x1
     memcpy(vecResult.data(), &stResult, sizeof(stResult));
     EXPECT_EQ(Hex({4, 0, 1, 0, 8, 0, 0, 0, 4, 0, 0, 0}),
               std::vector<uint8_t>(vecResult.begin(), vecResult.begin() + 12));
-    EXPECT_EQ(Hex({1, 0, 0, 0, 0, 0, 0, 0}), std::vector<uint8_t>(aucData, aucData + 8));
+    EXPECT_EQ(1u, KEL_GetNum(aucData, 4));
+    EXPECT_EQ(0u, KEL_GetNum(aucData + 4, 4));
 }
 
 /* ---- Operators against a brute-force filter ---- */
@@ -197,28 +201,29 @@ TEST_F(Operators, OnlyTheSchemaWidthOfAConditionValueCounts)
 
 class SelectWidth : public EcmTest {};
 
-TEST_F(SelectWidth, U32FieldIsCutOrZeroExtendedLittleEndian)
+TEST_F(SelectWidth, U32FieldAskedNarrowerOrWiderComesAsANumberOfThatWidth)
 {
     Put(pObj, IF_INFO, {{2, 9}, {12, 0xA1B2C3D4u}});
     Query stCut;
     stCut.Select(12).Where32(2, ECM_OP_EQ, 9);
     ASSERT_EQ(0u, stCut.Run(pObj, IF_INFO, 2, 1));
-    EXPECT_EQ(Hex({0xD4, 0xC3, 0xEE}), std::vector<uint8_t>(stCut.vecBuf.begin(), stCut.vecBuf.begin() + 3));
+    EXPECT_EQ(0xC3D4u, KEL_GetNum(stCut.vecBuf.data(), 2));
+    EXPECT_EQ(0xEE, stCut.vecBuf[2]);
     Query stWide;
     stWide.Select(12).Where32(2, ECM_OP_EQ, 9);
     ASSERT_EQ(0u, stWide.Run(pObj, IF_INFO, 8, 1));
-    EXPECT_EQ(Hex({0xD4, 0xC3, 0xB2, 0xA1, 0, 0, 0, 0}),
-              std::vector<uint8_t>(stWide.vecBuf.begin(), stWide.vecBuf.begin() + 8));
+    EXPECT_EQ(0xA1B2C3D4u, KEL_GetNum(stWide.vecBuf.data(), 8));
 }
 
 TEST_F(SelectWidth, FieldsSitAtSchemaWidthsAndOnlyTheLastIsStretched)
 {
     Put(pObj, L2_PORT, {{1, 0x01020304}, {2, 0xBEEF}, {12, 0xFE}});
     Query stQ;
-    stQ.Select(12).Select(2).Select(1);  /* 1 + 2 + 4 bytes, then 3 bytes of padding */
+    stQ.Select(12).Select(2).Select(1);  /* 1 + 2 bytes, then the u32 stretched to 7 */
     ASSERT_EQ(0u, stQ.Run(pObj, L2_PORT, 10, 1));
-    EXPECT_EQ(Hex({0xFE, 0xEF, 0xBE, 0x04, 0x03, 0x02, 0x01, 0, 0, 0}),
-              std::vector<uint8_t>(stQ.vecBuf.begin(), stQ.vecBuf.begin() + 10));
+    EXPECT_EQ(0xFEu, stQ.vecBuf[0]);
+    EXPECT_EQ(0xBEEFu, KEL_GetNum(&stQ.vecBuf[1], 2));
+    EXPECT_EQ(0x01020304u, KEL_GetNum(&stQ.vecBuf[3], 7));
 }
 
 TEST_F(SelectWidth, BitmapOneByteWiderIsZeroPaddedAndNarrowerIsCut)
@@ -300,7 +305,11 @@ TEST_F(SortAndLimit, ABufferSmallerThanTheCountAskedForBoundsTheRecords)
     Query stQ;
     stQ.Select(2);
     stQ.vecBuf.assign(13, 0xEE);
-    stQ.stResult = {4, 5, 8, 8, stQ.vecBuf.data()};  /* room for two records only */
+    stQ.stResult.usRecLen = 4;
+    stQ.stResult.usRecNum = 5;
+    stQ.stResult.uiBufLen = 8;                          /* room for two records only */
+    stQ.stResult.uiDataLen = 8;
+    stQ.stResult.pucData = stQ.vecBuf.data();
     ASSERT_EQ(0u, ECM_CAPI_TPC_SelectAllRecByOrder(pObj, 0, IF_INFO, &stQ.stSort, &stQ.stWhere, &stQ.stSelect,
                                                    &stQ.stResult));
     EXPECT_EQ(2u, stQ.stResult.usRecNum);

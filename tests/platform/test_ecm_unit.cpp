@@ -34,7 +34,7 @@ class LuaHost {
 public:
     LuaHost(const char *pcPath, uint32_t uiBusyMs)
     {
-        L = luaL_newstate();
+        L = lua_newstate(Alloc, this);
         luaL_openlibs(L);
         m_bOk = Run(std::string("package.cpath = '" VLANLUA_LUA_DIR "/?.so;' .. package.cpath\n"
                                 "cfgdb = require 'cfgdb'; uv = require 'libvlanluaext'\n"
@@ -81,10 +81,36 @@ public:
         return strValue;
     }
     const std::string &Error() const { return m_strError; }
+    /* Calls the global function pcName; false when it raised. */
+    bool Call(const char *pcName)
+    {
+        lua_getglobal(L, pcName);
+        bool bOk = lua_pcall(L, 0, 0, 0) == LUA_OK;
+        lua_settop(L, 0);
+        return bOk;
+    }
+    /* From the n-th next allocation that Lua asks for on (1 = the next one), every one fails: Lua
+     * retries a failed one after a full collection. 0 disarms. */
+    void FailAllocFrom(uint32_t uiNth) { m_uiFailIn = uiNth; }
 private:
+    static void *Alloc(void *pUd, void *pPtr, size_t ulOld, size_t ulNew)
+    {
+        auto *pstHost = static_cast<LuaHost *>(pUd);
+        if (ulNew == 0) {
+            free(pPtr);
+            return nullptr;
+        }
+        bool bGrows = pPtr == nullptr || ulNew > ulOld;  /* Lua relies on shrinking never failing */
+        if (bGrows && pstHost->m_uiFailIn == 1) {
+            return nullptr;
+        }
+        pstHost->m_uiFailIn -= (bGrows && pstHost->m_uiFailIn > 1) ? 1 : 0;
+        return realloc(pPtr, ulNew);
+    }
     lua_State *L = nullptr;
     bool m_bOk = false;
     std::string m_strError;
+    uint32_t m_uiFailIn = 0;
 };
 
 std::string SetCall(uint32_t uiIf, uint32_t uiPeb, uint32_t uiPee, uint32_t uiCeb, uint32_t uiCee, uint32_t uiType,
@@ -367,6 +393,38 @@ TEST(CallUnit, ACallThatCannotGetTheDatabaseInTimeAnswersItsFailureAndWritesNoth
     ECM_CTL_Close(pHolder);
 }
 
+/* A call that raised half way (here: Lua's memory ran out while the walk pushed its page) leaves no
+ * unit behind, so the next call reads what another connection committed meanwhile. */
+TEST(CallUnit, ACallThatRaisesLeavesNoUnitAndTheNextCallSeesOtherConnectionsCommits)
+{
+    TempDb stFile("ecm_raise");
+    LuaHost stHost(stFile.Path(), 1000);
+    ASSERT_TRUE(stHost.Ok()) << stHost.Error();
+    ASSERT_TRUE(stHost.Run("function walk() local _, page = uv.VLAN_spt_GetNextQinQMibQuery(0, 0, 0, 0, 9)\n"
+                           "  mark = page[1].ceVlanEnd end"));
+    void *pOther = ECM_CTL_Open(stFile.Path(), 0, 0, 0, nullptr, 0);
+    Put(pOther, IF_INFO, {{2, 5}, {3, 0}, {4, 1}});
+    auto Mark = [pOther](uint32_t uiCeEnd) {  /* the first row's CE end, committed by the other connection */
+        ECM_CTL_VAL_S astKey[] = {{2, 0, 5, nullptr}, {3, 0, 1, nullptr}};
+        uint64_t ulDeleted = 0;
+        ASSERT_EQ(ECM_OK, ECM_CTL_Delete(pOther, QINQ_MATCH_SEG, astKey, 2, &ulDeleted));
+        Put(pOther, QINQ_MATCH_SEG, {{2, 5}, {3, 1}, {4, 1}, {5, 1}, {6, 1}, {7, uiCeEnd}});
+    };
+    Mark(1);
+    Put(pOther, QINQ_MATCH_SEG, {{2, 5}, {3, 2}, {4, 2}, {5, 3}, {6, 1}, {7, 1}});
+    uint32_t uiRaised = 0;
+    for (uint32_t uiNth = 1; uiRaised + 1 == uiNth; uiNth++) {
+        stHost.FailAllocFrom(uiNth);
+        uiRaised += stHost.Call("walk") ? 0 : 1;
+        stHost.FailAllocFrom(0);
+        Mark(uiNth + 1);
+        ASSERT_TRUE(stHost.Call("walk"));
+        ASSERT_EQ(uiNth + 1, stHost.Int("mark")) << "after a call whose allocations failed from number " << uiNth;
+    }
+    EXPECT_GT(uiRaised, 1u);
+    ECM_CTL_Close(pOther);
+}
+
 /* Child: a merge whose commit cannot write the log (no file may grow) must raise naming the
  * database, leave the grid as it was and its journal empty; with room again it goes through.
  * The reason of a failure, or "". */
@@ -486,31 +544,37 @@ TEST(SchemaVersion, AFileOfThePreviousVersionIsUpgradedWithItsRowsIntact)
 TEST(SchemaVersion, ANewerOrForeignFileIsRefusedByNameAndLeftUnchanged)
 {
     struct Case {
-        const char *pcSql;
-        const char *pcWhy;
+        std::string strSql;
+        std::string strWhy;
     };
-    const Case astCases[] = {
-        {"PRAGMA user_version = 99;", "schema version 99 is newer"},
+    const std::string strNext = std::to_string(ECM_SCHEMA_VERSION + 1);
+    std::vector<Case> vecCases = {
+        {"PRAGMA user_version = " + strNext + ";", "schema version " + strNext + " is newer"},
         {"PRAGMA application_id = 7;", "not a configuration database"},
         {"DROP TABLE IF_INFO; CREATE TABLE IF_INFO(x INTEGER); PRAGMA user_version = 0; PRAGMA application_id = 0;",
          "table IF_INFO has no column f2_ifindex"},
-        {"CREATE TABLE notes(x INTEGER); PRAGMA user_version = 0; PRAGMA application_id = 0;",
-         "table notes is not one of its tables"},
         {"", "file is not a database"},
     };
-    for (const Case &stCase : astCases) {
+    /* An unversioned file with a foreign table in any place among its tables (in the order they were made). */
+    for (uint32_t i = 0; ECM_CTL_TableAt(i) != nullptr; i++) {
+        std::string strName = ECM_CTL_TableAt(i)->pcName;
+        vecCases.push_back({"ALTER TABLE " + strName + " RENAME TO notes_" + strName +
+                                "; PRAGMA user_version = 0; PRAGMA application_id = 0;",
+                            "table notes_" + strName + " is not one of its tables"});
+    }
+    for (const Case &stCase : vecCases) {
         TempDb stFile("ecm_foreign");
-        if (*stCase.pcSql != '\0') {
+        if (!stCase.strSql.empty()) {
             WriteCurrentFile(stFile.Path());
-            Exec(stFile.Path(), stCase.pcSql);
+            Exec(stFile.Path(), stCase.strSql.c_str());
         } else {
             std::ofstream(stFile.Path()) << std::string(600, 'x');
         }
         std::string strBefore = FileBytes(stFile.Path());
         char acErr[256];
-        EXPECT_EQ(nullptr, ECM_CTL_Open(stFile.Path(), 0, 0, 0, acErr, sizeof(acErr))) << stCase.pcSql;
-        EXPECT_NE(nullptr, strstr(acErr, stCase.pcWhy)) << acErr;
-        EXPECT_EQ(strBefore, FileBytes(stFile.Path())) << stCase.pcSql;
+        EXPECT_EQ(nullptr, ECM_CTL_Open(stFile.Path(), 0, 0, 0, acErr, sizeof(acErr))) << stCase.strSql;
+        EXPECT_NE(nullptr, strstr(acErr, stCase.strWhy.c_str())) << acErr;
+        EXPECT_EQ(strBefore, FileBytes(stFile.Path())) << stCase.strSql;
     }
 }
 

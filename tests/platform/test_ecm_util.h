@@ -91,7 +91,7 @@ struct Writes {
     Writes &Add(uint32_t uiType, uint16_t usField, uint16_t usWidth, uint64_t ulValue)
     {
         vecValues.emplace_back(usWidth, 0);
-        memcpy(vecValues.back().data(), &ulValue, usWidth < 8 ? usWidth : 8);
+        KEL_PutNum(vecValues.back().data(), usWidth < 8 ? usWidth : 8, ulValue);
         vecFields.push_back({uiType, usField, usWidth, vecValues.back().data()});
         return *this;
     }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -238,14 +239,12 @@ using TaggedMemoryDeathTest = TaggedMemory;
 
 TEST_F(TaggedMemoryDeathTest, FreeOfAPointerNeverAllocatedAborts)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     static int iNotABlock;
     EXPECT_DEATH(MOX_Free_F(&iNotABlock, "wild.c", 12), "free of an unknown pointer .* at wild.c:12");
 }
 
 TEST_F(TaggedMemoryDeathTest, FreeOfAnAddressInsideALiveBlockAborts)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, 256));
     EXPECT_DEATH(MOX_Free_F(pucBlock + 128, "inner.c", 5), "free of an unknown pointer .* at inner.c:5");
     MOX_Free_F(pucBlock, "free.c", 1);
@@ -253,7 +252,6 @@ TEST_F(TaggedMemoryDeathTest, FreeOfAnAddressInsideALiveBlockAborts)
 
 TEST_F(TaggedMemoryDeathTest, DoubleFreeAbortsNamingBothFrees)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     void *p = Alloc(handle, 8);
     MOX_Free_F(p, "first.c", 8);
     EXPECT_DEATH(MOX_Free_F(p, "second.c", 9), "double free of .* at second.c:9 \\(already freed at first.c:8\\)");
@@ -265,7 +263,7 @@ TEST_F(TaggedMemory, WritesFillingABlockLeaveItsGuardsIntactAtEverySize)
 {
     for (uint32_t uiSize = 0; uiSize <= 48; uiSize++) {
         auto *pucBlock = static_cast<unsigned char *>(Alloc(handle, uiSize));
-        ASSERT_EQ(reinterpret_cast<uintptr_t>(pucBlock) % 16, 0u) << "size " << uiSize;
+        ASSERT_EQ(reinterpret_cast<uintptr_t>(pucBlock) % alignof(std::max_align_t), 0u) << "size " << uiSize;
         std::memset(pucBlock, 0xFF, uiSize);
         std::memset(pucBlock, 0x00, uiSize);
         MOX_Free_F(pucBlock, "free.c", uiSize);   // aborts if a guard were hit
@@ -288,7 +286,6 @@ static void ExpectFreeAbortsAfterWriteAt(unsigned char *pucBlock, unsigned char 
  * at every alignment. */
 TEST_F(TaggedMemoryDeathTest, WriteOneByteBeforeOrPastABlockAbortsNamingWhereItWasAllocated)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     for (uint32_t uiSize : {0u, 1u, 24u, 333u}) {
         const std::string strWhere = " .* allocated at alloc.c:" + std::to_string(70 + uiSize);
         const std::string strBefore = "write before the block" + strWhere;

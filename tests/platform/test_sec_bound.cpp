@@ -90,6 +90,6 @@ TEST(TruncatingFormat, ZeroCapacityAndNullPointersFailWithoutWriting)
     EXPECT_EQ(snprintf_truncated_s(pcDest, 0, "x"), -1);
     EXPECT_EQ(snprintf_truncated_s(nullptr, 8, "x"), -1);
     const char *pcNoFormat = nullptr;
-    EXPECT_EQ(snprintf_truncated_s(pcDest, 8, pcNoFormat), -1);
+    EXPECT_EQ(snprintf_truncated_s(pcDest, 8, pcNoFormat, 0), -1);  /* with an argument, as a format is used */
     EXPECT_TRUE(d.Untouched());
 }

@@ -233,7 +233,7 @@ uint32_t PushOwnNumber(void *pState)
 template <int... N>
 std::vector<SYSDT_SPT_REG_S> NumberedFunctions(std::integer_sequence<int, N...>, std::vector<std::string> &vecNames)
 {
-    vecNames = {("f" + std::to_string(N))...};
+    vecNames = {std::string("f").append(std::to_string(N))...};  /* not "f" + ...: a false -Wrestrict at -O3 */
     std::vector<SYSDT_SPT_REG_S> vecTable = {SYSDT_SPT_REG_S{vecNames[N].c_str(), PushOwnNumber<N>}...};
     vecTable.push_back({nullptr, nullptr});
     return vecTable;
