@@ -429,11 +429,12 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase && pstFrame->iTop == pstFrame->iBase + 1 &&
         pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom) {
-        const SysdtTapeRec *pstKey = pstFrame->ppstSlots[0];
-        if (pstKey->ucOp == SYSDT_TAPE_INT && static_cast<uint64_t>(pstKey->llValue) <= kMaxRawKey &&
+        SysdtTapeRec *pstKey = pstFrame->stInline.pstRecs;   /* the tape's one record, when it is the key */
+        if (pstFrame->pstNext == pstKey + 1 && pstKey->ucOp == SYSDT_TAPE_INT &&
+            static_cast<uint64_t>(pstKey->llValue) <= kMaxRawKey &&
             (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
             auto uiKey = static_cast<uint32_t>(pstKey->llValue);
-            SysdtSpti_ClearTape(pstFrame);
+            pstFrame->pstNext = pstKey;
             pstFrame->iBase++;
             NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, uiKey));
             return;
@@ -494,7 +495,7 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, uiValue, LUA_TNUMBER)) {
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, uiValue)) {
         return;
     }
     PushIntegerOnStack(pState, uiValue);
@@ -503,7 +504,7 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, iValue, LUA_TNUMBER)) {
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, iValue)) {
         return;
     }
     PushIntegerOnStack(pState, iValue);
@@ -524,7 +525,7 @@ extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_NIL, 0, LUA_TNIL)) {
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_NIL, 0)) {
         return;
     }
     PushNilOnStack(pState);
@@ -584,8 +585,7 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
 extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos == -3 && SysdtSpti_Deferred(pstFrame) >= 3 && !pstFrame->bFailed) {
-        SysdtSpti_DeferSet(pstFrame, pstFrame->iTop - 2);
+    if (pstFrame != nullptr && iPos == -3 && SysdtSpti_FuseSet(pstFrame)) {
         return;
     }
     SetTableOnStack(pState, iPos);

@@ -31,7 +31,12 @@ int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
 {
     SysdtCallFrame stFrame;
     SysdtSpti_InitFrame(&stFrame, L, iArgs, iArgs + LUA_MINSTACK);
-    int iResults = HandOver(&stFrame, pfFunc(SysdtSpti_FrameHandle(&stFrame)));
+    uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
+    if (SysdtSpti_SimpleResults(&stFrame)) {
+        SysdtSpti_PushSimple(&stFrame);
+        return uiResults > static_cast<uint32_t>(stFrame.iTop) ? stFrame.iTop : static_cast<int>(uiResults);
+    }
+    int iResults = HandOver(&stFrame, uiResults);
     if (iResults < 0) {
         SysdtSpti_RaiseFailure(&stFrame);
     }

@@ -192,7 +192,7 @@ uint32_t Replay(lua_State *L, const SysdtTapeRec *pstRec)
 int ReplayWork(lua_State *L, void *pCtx)
 {
     auto *pstFrame = static_cast<SysdtCallFrame *>(pCtx);
-    if (lua_checkstack(L, pstFrame->iPeak + 2 * kSysdtReserve) == 0) {
+    if (lua_checkstack(L, pstFrame->iSlotCap + 2 * kSysdtReserve) == 0) {
         return luaL_error(L, "%s", kStackOverflow);
     }
     pstFrame->pstChunk->uiUsed = static_cast<uint32_t>(pstFrame->pstNext - pstFrame->pstChunk->pstRecs);
@@ -225,40 +225,7 @@ void BecameReal(SysdtCallFrame *pstFrame)
     SysdtSpti_ClearTape(pstFrame);
 }
 
-/* Pushes the deferred numbers and nils straight away: they need no memory when their slots exist. */
-void PushSimple(SysdtCallFrame *pstFrame)
-{
-    int iDeferred = SysdtSpti_Deferred(pstFrame);
-    for (int i = 0; i < iDeferred; i++) {
-        const SysdtTapeRec *pstRec = pstFrame->ppstSlots[i];
-        if (pstRec->ucOp == SYSDT_TAPE_INT) {
-            PushInteger(pstFrame->L, pstRec->llValue);
-        } else {
-            lua_pushnil(pstFrame->L);
-        }
-    }
-}
-
 }  // namespace
-
-void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop, int iRoom)
-{
-    pstFrame->L = L;
-    pstFrame->iTop = iTop;
-    pstFrame->iBase = iTop;
-    pstFrame->iRoom = iRoom;
-    pstFrame->iTopType = LUA_TNONE;
-    pstFrame->bTopRead = false;
-    pstFrame->bFailed = false;
-    pstFrame->uiTopValue = 0;
-    pstFrame->iPlainTable = 0;
-    pstFrame->iErrorAt = 0;
-    pstFrame->pcFailWhy = nullptr;
-    pstFrame->ppstSlots = pstFrame->apstInlineSlots;
-    pstFrame->iSlotCap = kSysdtInlineSlots;
-    pstFrame->stInline = SysdtTapeChunk{nullptr, pstFrame->astInlineRecs, kSysdtInlineRecs, 0};
-    SysdtSpti_ClearTape(pstFrame);
-}
 
 void SysdtSpti_Fail(SysdtCallFrame *pstFrame, const char *pcWhy)
 {
@@ -291,7 +258,6 @@ SysdtTapeRec *SysdtSpti_Append(SysdtCallFrame *pstFrame, uint8_t ucOp, uint32_t 
     if (bValue) {
         if (pstRec != nullptr) {
             pstFrame->ppstSlots[iSlot] = pstRec;
-            pstFrame->iPeak = iSlot >= pstFrame->iPeak ? iSlot + 1 : pstFrame->iPeak;
         }
         SysdtSpti_Moved(pstFrame, 1, SysdtSpti_TypeOfOp(ucOp));
     }
@@ -324,27 +290,14 @@ void SysdtSpti_PopDeferred(SysdtCallFrame *pstFrame, int iCount)
     }
 }
 
-/* A number stored under a number key into a deferred table becomes one record; anything else is a
- * store of the two top values. */
+/* The store of the two top deferred values into a deferred table, recorded. */
 void SysdtSpti_DeferSet(SysdtCallFrame *pstFrame, int iTable)
 {
-    int iRelTable = iTable - pstFrame->iBase;
-    const SysdtTapeRec *pstTable = SysdtSpti_SlotRec(pstFrame, iTable);
-    SysdtTapeRec *pstKey = pstFrame->ppstSlots[SysdtSpti_Deferred(pstFrame) - 2];
-    const SysdtTapeRec *pstValue = pstFrame->ppstSlots[SysdtSpti_Deferred(pstFrame) - 1];
-    SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
-    bool bFuse = pstTable->ucOp == SYSDT_TAPE_TABLE && iRelTable <= 0xFFFF && pstKey->ucOp == SYSDT_TAPE_INT &&
-                 pstValue->ucOp == SYSDT_TAPE_INT && pstKey->llValue >= 0 && pstKey->llValue <= 0xFFFFFFFFLL &&
-                 pstValue == pstFrame->pstNext - 1 && pstKey == pstFrame->pstNext - 2 &&
-                 pstKey >= pstFrame->pstChunk->pstRecs;
-    if (bFuse) {
-        pstKey->uiArg = static_cast<uint32_t>(pstKey->llValue);
-        pstKey->ucOp = SYSDT_TAPE_SETI;
-        pstKey->usTable = static_cast<uint16_t>(iRelTable);
-        pstKey->llValue = pstValue->llValue;
-        pstFrame->pstNext--;
+    if (iTable == pstFrame->iTop - 2 && SysdtSpti_FuseSet(pstFrame)) {
         return;
     }
+    int iRelTable = iTable - pstFrame->iBase;
+    SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
     SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_SET, 0, false);
     if (pstRec != nullptr) {
         pstRec->uiArg = static_cast<uint32_t>(iRelTable);
@@ -413,8 +366,8 @@ bool SysdtSpti_Materialize(SysdtCallFrame *pstFrame)
     if (iDeferred == 0) {
         return true;
     }
-    if (pstFrame->bSimpleTape && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom) {
-        PushSimple(pstFrame);
+    if (SysdtSpti_SimpleResults(pstFrame)) {
+        SysdtSpti_PushSimple(pstFrame);
         BecameReal(pstFrame);
         return true;
     }

@@ -69,12 +69,11 @@ struct SysdtCallFrame {
     int iPlainTable;       /* a real table without a metatable is at this position; 0 when not known */
     int iErrorAt;          /* where the failed step left its error value, or 0 */
     const char *pcFailWhy; /* the failure when no error value was left */
-    int iPeak;             /* most deferred values at once since the tape began */
     SysdtTapeRec *pstNext; /* where the next record goes */
     SysdtTapeRec *pstLimit;
     SysdtTapeChunk *pstChunk;
     SysdtTapeRec **ppstSlots;  /* the record that makes each deferred value, bottom first */
-    int iSlotCap;
+    int iSlotCap;              /* never below the most values deferred at once */
     SysdtTapeChunk stInline;
     SysdtTapeRec *apstInlineSlots[kSysdtInlineSlots];
     SysdtTapeRec astInlineRecs[kSysdtInlineRecs];
@@ -82,8 +81,6 @@ struct SysdtCallFrame {
 
 constexpr uintptr_t kSysdtFrameTag = 1;
 
-/* A frame over the iTop values of L's stack, with positions up to iRoom in existence. */
-void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop, int iRoom);
 
 inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
 {
@@ -151,13 +148,55 @@ inline void SysdtSpti_ClearTape(SysdtCallFrame *pstFrame)
     pstFrame->pstChunk = &pstFrame->stInline;
     pstFrame->pstNext = pstFrame->stInline.pstRecs;
     pstFrame->pstLimit = pstFrame->stInline.pstRecs + kSysdtInlineRecs;
-    pstFrame->iPeak = 0;
     pstFrame->bSimpleTape = true;
+}
+
+/* A frame over the iTop values of L's stack, with positions up to iRoom in existence. The fields
+ * that only a failure or a read sets are set there. */
+inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop, int iRoom)
+{
+    pstFrame->L = L;
+    pstFrame->iTop = iTop;
+    pstFrame->iBase = iTop;
+    pstFrame->iRoom = iRoom;
+    pstFrame->iTopType = LUA_TNONE;
+    pstFrame->bTopRead = false;
+    pstFrame->bFailed = false;
+    pstFrame->iPlainTable = 0;
+    pstFrame->ppstSlots = pstFrame->apstInlineSlots;
+    pstFrame->iSlotCap = kSysdtInlineSlots;
+    pstFrame->stInline.pstNext = nullptr;
+    pstFrame->stInline.pstRecs = pstFrame->astInlineRecs;
+    pstFrame->stInline.uiCap = kSysdtInlineRecs;
+    SysdtSpti_ClearTape(pstFrame);
+}
+
+/* Whether the deferred values are numbers and nils only, in the frame's own memory, with their
+ * slots on the engine's stack: they can be pushed at once, with no memory and nothing to raise. */
+inline bool SysdtSpti_SimpleResults(const SysdtCallFrame *pstFrame)
+{
+    return pstFrame->bSimpleTape && !pstFrame->bFailed && pstFrame->stInline.pstNext == nullptr &&
+           pstFrame->ppstSlots == pstFrame->apstInlineSlots && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom;
+}
+
+/* Pushes the simple results (see above); in a simple tape the records are the values, in order. */
+inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
+{
+    lua_State *L = pstFrame->L;
+    for (const SysdtTapeRec *pstRec = pstFrame->stInline.pstRecs; pstRec < pstFrame->pstNext; pstRec++) {
+        if (pstRec->ucOp == SYSDT_TAPE_INT) {
+            lua_pushinteger(L, static_cast<lua_Integer>(pstRec->llValue));
+        } else {
+            lua_pushnil(L);
+        }
+    }
+    pstFrame->iBase = pstFrame->iTop;
+    SysdtSpti_ClearTape(pstFrame);
 }
 
 /* Defers a push of a number or nil when the current chunk and the slot list have room; false sends
  * the caller to the general path (which also serves a failed frame, whose chunk is closed). */
-inline bool SysdtSpti_DeferSimple(SysdtCallFrame *pstFrame, uint8_t ucOp, int64_t llValue, int iType)
+inline bool SysdtSpti_DeferSimple(SysdtCallFrame *pstFrame, uint8_t ucOp, int64_t llValue)
 {
     int iSlot = pstFrame->iTop - pstFrame->iBase;
     if (pstFrame->pstNext == pstFrame->pstLimit || iSlot >= pstFrame->iSlotCap) {
@@ -167,8 +206,34 @@ inline bool SysdtSpti_DeferSimple(SysdtCallFrame *pstFrame, uint8_t ucOp, int64_
     pstRec->ucOp = ucOp;
     pstRec->llValue = llValue;
     pstFrame->ppstSlots[iSlot] = pstRec;
-    pstFrame->iPeak = iSlot >= pstFrame->iPeak ? iSlot + 1 : pstFrame->iPeak;
-    SysdtSpti_Moved(pstFrame, 1, iType);
+    pstFrame->iTop++;                                   /* the cached top type is of real tops only */
+    pstFrame->bTopRead = false;
+    return true;
+}
+
+/* A number stored under a number key into the deferred table just below them becomes one record,
+ * when the two were the last records pushed; false leaves everything to the general path. */
+inline bool SysdtSpti_FuseSet(SysdtCallFrame *pstFrame)
+{
+    int iDeferred = SysdtSpti_Deferred(pstFrame);
+    if (pstFrame->bFailed || iDeferred < 3 || iDeferred - 2 > 0xFFFF ||
+        pstFrame->pstNext - pstFrame->pstChunk->pstRecs < 2) {
+        return false;
+    }
+    SysdtTapeRec *pstKey = pstFrame->pstNext - 2;
+    const SysdtTapeRec *pstValue = pstFrame->pstNext - 1;
+    SysdtTapeRec *const *ppstSlot = pstFrame->ppstSlots + iDeferred - 3;
+    if (ppstSlot[1] != pstKey || ppstSlot[2] != pstValue || pstKey->ucOp != SYSDT_TAPE_INT ||
+        pstValue->ucOp != SYSDT_TAPE_INT || ppstSlot[0]->ucOp != SYSDT_TAPE_TABLE ||
+        static_cast<uint64_t>(pstKey->llValue) > 0xFFFFFFFFu) {
+        return false;
+    }
+    pstKey->ucOp = SYSDT_TAPE_SETI;
+    pstKey->usTable = static_cast<uint16_t>(iDeferred - 2);
+    pstKey->uiArg = static_cast<uint32_t>(pstKey->llValue);
+    pstKey->llValue = pstValue->llValue;
+    pstFrame->pstNext--;
+    pstFrame->iTop -= 2;
     return true;
 }
 
