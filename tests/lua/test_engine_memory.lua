@@ -13,14 +13,7 @@ if jit then jit.off() end   -- traces compiled while memory fails would only add
 
 local VR = 7
 local FILE = os.tmpname()
-local T = {
-  IF_INFO = 0x083606C0, L2SUP_CFG = 0x0D4B04E9, PWSUP_CFG = 0x0D4B12D9,
-  L2QINQ_STACKMAP = 0x083607ED, L2_PORT = 0x0D490804, PV_RELATION = 0x0D49077D,
-  IFM_PROTO = 0x0852057B, CTRL_VID_BITMAP = 0x083607EF, DOT1Q_MATCH_SEG = 0x083606C2,
-  SEG_INDEX = 0x083606CA, QINQ_MATCH_SEG = 0x083606C1, QINQ_IF_SPEC = 0x08361A12,
-  UVLAN_QINQ_SEG = 0x08361118, UVLAN_BASE_SVC = 0x08361119, UVLAN_VPN_SVC = 0x08360535,
-  UVLAN_DOT1Q = 0x08361117, UVLAN_DESC = 0x0836111B, UVLAN_ANYOTHER = 0x0836117F,
-}
+local T = t.T
 
 -- A value as text, tables with their keys sorted, so equal answers read alike.
 local function show(v)
@@ -43,11 +36,11 @@ end
 
 local function snapshot(db)
   local parts = {}
-  for name, id in pairs(T) do
+  for _, tbl in ipairs(cfgdb.tables()) do
     local rows = {}
-    for _, r in ipairs(db:rows(id)) do rows[#rows + 1] = show(r) end
+    for _, r in ipairs(db:rows(tbl.id)) do rows[#rows + 1] = show(r) end
     table.sort(rows)
-    parts[#parts + 1] = name .. ":" .. table.concat(rows, ";")
+    parts[#parts + 1] = tbl.name .. ":" .. table.concat(rows, ";")
   end
   table.sort(parts)
   return table.concat(parts, "\n")
@@ -77,19 +70,19 @@ local CASES = {
   { "VLAN_spt_CmdParaCheck", { "dis", "display" } },
   { "VLAN_spt_CmdParaCheck", { "dis", "display", "extra" } },
   { "VLAN_spt_GetMainifBySubif", { 0x1001 }, setup = function(db)
-      db:insert(T.IF_INFO, { [2] = 0x1001, [3] = VR, [4] = 11, [12] = 0x1000 })
+      db:insert(T.IF_INFO, { ifIndex = 0x1001, vrId = VR, kind = 11, mainIfIndex = 0x1000 })
     end },
   { "VLAN_spt_CheckL2SuppExist", { 0x1001 }, setup = function(db)
-      db:insert(T.L2SUP_CFG, { [1] = 0x1001, [3] = 2 })
+      db:insert(T.L2SUP_CFG, { ifIndex = 0x1001, supMode = 2 })
     end },
   { "VLAN_spt_CheckPwSuppExist", { 0x1001 }, setup = function(db)
-      db:insert(T.PWSUP_CFG, { [1] = VR, [2] = 0x1001, [3] = 2 })
+      db:insert(T.PWSUP_CFG, { vrId = VR, ifIndex = 0x1001, supMode = 2 })
     end },
   { "VLAN_spt_CheckVlanUsdByPort", { 300, VR, 1, 1 }, setup = function(db)
-      db:insert(T.L2_PORT, { [1] = 0x101, [2] = 100, [6] = VR })
-      db:insert(T.L2_PORT, { [1] = 0x102, [2] = 101, [6] = VR })
-      db:insert(T.PV_RELATION, { [1] = VR, [2] = 0x101, [3] = t.bitmap({ 200 }), [4] = t.bitmap({}) })
-      db:insert(T.PV_RELATION, { [1] = VR, [2] = 0x102, [3] = t.bitmap({}), [4] = t.bitmap({ 300 }) })
+      db:insert(T.L2_PORT, { ifIndex = 0x101, pvid = 100, vrId = VR })
+      db:insert(T.L2_PORT, { ifIndex = 0x102, pvid = 101, vrId = VR })
+      db:insert(T.PV_RELATION, { vrId = VR, ifIndex = 0x101, bitmap1 = t.bitmap({ 200 }), bitmap2 = t.bitmap({}) })
+      db:insert(T.PV_RELATION, { vrId = VR, ifIndex = 0x102, bitmap1 = t.bitmap({}), bitmap2 = t.bitmap({ 300 }) })
     end },
   { "VLAN_spt_Merg2BitMap", { bitmap_table({ 1, 5, 4094 }), bitmap_table({ 2, 4000 }) } },
   { "VLAN_spt_And2BitMap", { bitmap_table({ 1, 5, 4094 }), bitmap_table({ 5, 4094 }) } },
@@ -101,20 +94,20 @@ local CASES = {
       assert(lib.VLAN_spt_CrtCtrlVidBitMap(42, 100, VR) == 0)
     end },
   { "VLAN_spt_Dot1QMatchMerge", { { 101, 20, 30, 1, VR, 0, 0, 0 } }, setup = function(db)
-      db:insert(T.DOT1Q_MATCH_SEG, { [2] = 101, [3] = 9001, [4] = 10, [5] = 19, [6] = 1, [7] = VR })
-      db:insert(T.DOT1Q_MATCH_SEG, { [2] = 101, [3] = 9002, [4] = 31, [5] = 40, [6] = 1, [7] = VR })
+      db:insert(T.DOT1Q_MATCH_SEG, { ifIndex = 101, segIndex = 9001, vlanBegin = 10, vlanEnd = 19, groupId = 1, vrId = VR })
+      db:insert(T.DOT1Q_MATCH_SEG, { ifIndex = 101, segIndex = 9002, vlanBegin = 31, vlanEnd = 40, groupId = 1, vrId = VR })
     end },
   { "VLAN_spt_QinQMatchMerge", { { 201, 0, 100, 100, 11, 20, 200, 0, VR, 0, "demo" } }, setup = function(db)
-      db:insert(T.QINQ_MATCH_SEG, { [2] = 201, [3] = 9101, [4] = 100, [5] = 100, [6] = 1, [7] = 10, [9] = VR, [10] = 200 })
-      db:insert(T.QINQ_MATCH_SEG, { [2] = 201, [3] = 9102, [4] = 100, [5] = 100, [6] = 21, [7] = 30, [9] = VR, [10] = 200 })
+      db:insert(T.QINQ_MATCH_SEG, { ifIndex = 201, segIndex = 9101, peBegin = 100, peEnd = 100, ceBegin = 1, ceEnd = 10, vrId = VR, mainIfIndex = 200 })
+      db:insert(T.QINQ_MATCH_SEG, { ifIndex = 201, segIndex = 9102, peBegin = 100, peEnd = 100, ceBegin = 21, ceEnd = 30, vrId = VR, mainIfIndex = 200 })
     end },
   { "VLAN_spt_UpdataQinQIfSpec", { 200, 5, VR, true }, setup = function(db)
-      db:insert(T.QINQ_MATCH_SEG, { [2] = 201, [3] = 9101, [4] = 100, [5] = 101, [6] = 1, [7] = 10, [9] = VR, [10] = 200 })
+      db:insert(T.QINQ_MATCH_SEG, { ifIndex = 201, segIndex = 9101, peBegin = 100, peEnd = 101, ceBegin = 1, ceEnd = 10, vrId = VR, mainIfIndex = 200 })
     end },
   { "VLAN_spt_GetNextQinQMibQuery", { 0, 0, 0, VR, 6 }, setup = function(db)
       for ifIndex = 201, 203 do
-        db:insert(T.IF_INFO, { [2] = ifIndex, [3] = VR, [4] = 1 })
-        db:insert(T.QINQ_MATCH_SEG, { [2] = ifIndex, [3] = ifIndex, [4] = 100, [5] = 101, [6] = 1, [7] = 10, [9] = VR })
+        db:insert(T.IF_INFO, { ifIndex = ifIndex, vrId = VR, kind = 1 })
+        db:insert(T.QINQ_MATCH_SEG, { ifIndex = ifIndex, segIndex = ifIndex, peBegin = 100, peEnd = 101, ceBegin = 1, ceEnd = 10, vrId = VR })
       end
     end },
   { "VLAN_spt_SetUserVlanQinQSvc", { { 10, 140, 160, 5, 20, VR, 1, 2, 0, "demo" }, { 8, 3, 1, 9 } },
@@ -123,17 +116,17 @@ local CASES = {
       assert(lib.VLAN_spt_SetUserVlanQinQSvc({ 10, 150, 249, 12, 30, VR, 1, 2, 0, "demo" }, { 8, 2 }) == 0)
     end },
   { "VLAN_spt_UserVlanDot1qExist", { 10, 105, VR }, setup = function(db)
-      db:insert(T.UVLAN_DOT1Q, { [1] = 10, [4] = VR, [5] = 100, [6] = 110 })
+      db:insert(T.UVLAN_DOT1Q, { ifIndex = 10, vrId = VR, vlanBegin = 100, vlanEnd = 110 })
     end },
   { "VLAN_spt_UserVlanQinqExist", { 20, 301, 10, VR }, setup = function(db)
-      db:insert(T.UVLAN_QINQ_SEG, { [1] = 20, [2] = 1, [4] = VR, [5] = 1, [6] = 10, [7] = 300, [8] = 301 })
+      db:insert(T.UVLAN_QINQ_SEG, { ifIndex = 20, segIndex = 1, vrId = VR, ceBegin = 1, ceEnd = 10, peBegin = 300, peEnd = 301 })
     end },
   { "VLAN_spt_UserVlanMibQuery", { 0, 0, 0, VR, 8, 1 }, setup = function(db)
-      db:insert(T.IF_INFO, { [2] = 10, [3] = VR, [4] = 11 })
-      db:insert(T.UVLAN_DOT1Q, { [1] = 10, [4] = VR, [5] = 10, [6] = 12 })
-      db:insert(T.UVLAN_QINQ_SEG, { [1] = 10, [2] = 1, [4] = VR, [5] = 11, [6] = 12, [7] = 100, [8] = 101 })
-      db:insert(T.UVLAN_DESC, { [1] = 10, [2] = 100, [3] = 11, [4] = "uplink", [5] = VR })
-      db:insert(T.UVLAN_DESC, { [1] = 10, [2] = 0, [3] = 12, [4] = "dot1q", [5] = VR })
+      db:insert(T.IF_INFO, { ifIndex = 10, vrId = VR, kind = 11 })
+      db:insert(T.UVLAN_DOT1Q, { ifIndex = 10, vrId = VR, vlanBegin = 10, vlanEnd = 12 })
+      db:insert(T.UVLAN_QINQ_SEG, { ifIndex = 10, segIndex = 1, vrId = VR, ceBegin = 11, ceEnd = 12, peBegin = 100, peEnd = 101 })
+      db:insert(T.UVLAN_DESC, { ifIndex = 10, peVlan = 100, ceVlan = 11, description = "uplink", vrId = VR })
+      db:insert(T.UVLAN_DESC, { ifIndex = 10, peVlan = 0, ceVlan = 12, description = "dot1q", vrId = VR })
     end },
 }
 

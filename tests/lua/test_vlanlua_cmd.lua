@@ -6,7 +6,7 @@ local cfgdb = require "cfgdb"
 local unpack = table.unpack or unpack
 
 local CMD = "bin/vlanlua"                   -- ctest runs the script from the build folder
-local SEG, PWSUP, CTRL = 0x08361118, 0x0D4B12D9, 0x083607EF
+local SEG, PWSUP, CTRL = t.T.UVLAN_QINQ_SEG, t.T.PWSUP_CFG, t.T.CTRL_VID_BITMAP
 
 local function sh_quote(s)
   return "'" .. s:gsub("'", "'\\''") .. "'"
@@ -81,7 +81,7 @@ end)
 
 t.case("a script gets its arguments like the stock interpreter's, sees --vr, and its error exits 1", function()
   local db = cfgdb.open(DB)
-  db:insert(PWSUP, { [1] = 7, [2] = 20, [3] = 2 })    -- pseudowire support on interface 20 in VR 7
+  db:insert(PWSUP, { vrId = 7, ifIndex = 20, supMode = 2 })    -- pseudowire support on interface 20 in VR 7
   db:close()
   write(path("args.lua"), [[
 local lib = require "libvlanluaext"
@@ -127,7 +127,7 @@ t.case("a dry run prints each write it would make and leaves the file byte for b
   write(path("change.lua"), CHANGE)
   t.check(run("--db", DB, path("setup.lua")) == 0, "setup failed: %s", read(path("err")))
   local db, seg = cfgdb.open(DB), {}
-  for _, r in ipairs(db:rows(SEG, { [1] = 10 })) do seg[r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = r[2] end
+  for _, r in ipairs(db:rows(SEG, { ifIndex = 10 })) do seg[r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = r[2] end
   db:close()
   local before = read(DB)
   local status, out = run("--db", DB, "--dry-run", path("change.lua"))
@@ -182,7 +182,7 @@ end
 t.case("--show lists the stored segments with their services, and the drawing maps back onto them", function()
   local db = cfgdb.open(DB)
   local stored = {}
-  for _, r in ipairs(db:rows(SEG, { [1] = 10 })) do stored[#stored + 1] = r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6] end
+  for _, r in ipairs(db:rows(SEG, { ifIndex = 10 })) do stored[#stored + 1] = r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6] end
   table.sort(stored)
   db:close()
   local status, out = run("--db", DB, "--show", "0xA", "--svg", path("seg.svg"))

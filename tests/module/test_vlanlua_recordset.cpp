@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kIfInfo = 0x083606C0u;
+constexpr uint32_t kIfInfo = VLANLUA_TBL_IF_INFO;
 
 class RecordSet : public VlanLuaDbTest {
 protected:
@@ -19,7 +19,7 @@ protected:
     void SetUp() override
     {
         VlanLuaDbTest::SetUp();
-        Lua("db:insert(0x083606C0, {[2] = 0xBBAA, [3] = 5, [12] = 0x11223344})");
+        Lua("db:insert('IF_INFO', {ifIndex = 0xBBAA, vrId = 5, mainIfIndex = 0x11223344})");
         pstRs = VLANLUA_RecordSet_New(pObj, kIfInfo);
         ASSERT_NE(pstRs, nullptr);
     }
