@@ -229,6 +229,37 @@ namespace VlanLuaTbl {
 VLANLUA_TABLE_LIST(VLANLUA_TYPED_TABLE_)
 #undef VLANLUA_TYPED_TABLE_
 #undef VLANLUA_TYPED_FIELD_
+
+/* Every field's type code and width, for fields named at run time. */
+struct FieldEntry {
+    uint32_t uiTableId;
+    uint8_t ucFieldNo;
+    uint32_t uiTypeCode;
+    uint16_t usWidth;
+};
+#define VLANLUA_FIELD_ENTRY_(T, no, name, type, width, column) {VLANLUA_TBL_##T, no, ECM_TYPE_##type, width},
+#define VLANLUA_TABLE_ENTRIES_(T, id, pcWhat) VLANLUA_FIELDS_##T(VLANLUA_FIELD_ENTRY_, T)
+inline constexpr FieldEntry kFieldEntries[] = {VLANLUA_TABLE_LIST(VLANLUA_TABLE_ENTRIES_)};
+#undef VLANLUA_TABLE_ENTRIES_
+#undef VLANLUA_FIELD_ENTRY_
+
+/* A field of a table, or null when the table has no such field. */
+constexpr const FieldEntry *FindField(uint32_t uiTableId, uint8_t ucFieldNo)
+{
+    for (const FieldEntry &stEntry : kFieldEntries) {
+        if (stEntry.uiTableId == uiTableId && stEntry.ucFieldNo == ucFieldNo) {
+            return &stEntry;
+        }
+    }
+    return nullptr;
+}
+
+/* The width of a field of a table, or 0 when the table has no such field. */
+constexpr uint16_t FieldWidth(uint32_t uiTableId, uint8_t ucFieldNo)
+{
+    const FieldEntry *pstEntry = FindField(uiTableId, ucFieldNo);
+    return pstEntry != nullptr ? pstEntry->usWidth : 0;
+}
 }  // namespace VlanLuaTbl
 #endif
 
