@@ -159,7 +159,7 @@ public:
     {
         static_assert(Field::uiTableId == Table::uiId, "a field of the write's own table");
         if (m_uiNum == Capacity) {
-            m_bOverflow = true;
+            m_bRefused = true;
             return;
         }
         m_astFields[m_uiNum++] = VLANLUA_FIELDVAL_S{Field::uiTypeCode, Field::ucFieldNo, Field::usWidth, pValue};
@@ -170,7 +170,7 @@ public:
     {
         const VlanLuaTbl::FieldEntry *pstField = VlanLuaTbl::FindField(Table::uiId, ucField);
         if (pstField == nullptr || pstField->usWidth != sizeof(*puiValue) || m_uiNum == Capacity) {
-            m_bOverflow = true;
+            m_bRefused = true;
             return;
         }
         m_astFields[m_uiNum++] = VLANLUA_FIELDVAL_S{pstField->uiTypeCode, ucField, pstField->usWidth, puiValue};
@@ -184,7 +184,7 @@ private:
     using WriteFn = uint32_t (*)(void *, uint32_t, const ECM_FIELDVAL_S *, uint32_t, uint32_t);
     uint32_t Run(WriteFn pfWrite, void *pObj, uint32_t uiFlag) const
     {
-        if (m_bOverflow) {
+        if (m_bRefused) {
             return 1;                                   /* never a write with other fields than named */
         }
         return pfWrite(pObj, Table::uiId, reinterpret_cast<const ECM_FIELDVAL_S *>(m_astFields), m_uiNum, uiFlag);
@@ -192,7 +192,7 @@ private:
 
     VLANLUA_FIELDVAL_S m_astFields[Capacity];
     uint32_t m_uiNum = 0;
-    bool m_bOverflow = false;
+    bool m_bRefused = false;
 };
 
 #endif

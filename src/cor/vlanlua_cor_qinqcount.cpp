@@ -7,7 +7,7 @@
 
 #include "bas/vlanlua_bas_query.h"
 
-using Spec = VlanLuaTbl::QINQ_IF_SPEC;
+using IfSpec = VlanLuaTbl::QINQ_IF_SPEC;
 using Qm = VlanLuaTbl::QINQ_MATCH_SEG;
 
 /* A rectangle as the recount reads it: PE begin, PE end, CE begin, CE end. */
@@ -23,13 +23,13 @@ extern "C" uint32_t vlanLua_GetQinQTotalNumByMainIf(VLANLUA_CTX_S *pstCtx, uint3
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || puiTotal == nullptr) {
         return 1;
     }
-    VlanLuaQuery<Spec> query(pstCtx->pObj);
+    VlanLuaQuery<IfSpec> query(pstCtx->pObj);
     if (!query.Made()) {
         return 1;
     }
-    query.Select<Spec::qinqNum>();
-    query.Where<Spec::vrId>(VLANLUA_OP_EQ, uiVrId);
-    query.Where<Spec::mainIfIndex>(VLANLUA_OP_EQ, uiMainIfIndex);
+    query.Select<IfSpec::qinqNum>();
+    query.Where<IfSpec::vrId>(VLANLUA_OP_EQ, uiVrId);
+    query.Where<IfSpec::mainIfIndex>(VLANLUA_OP_EQ, uiMainIfIndex);
     if (query.Query(1) != 0 || VLANLUA_RecordSet_GetDataNum(query.Get()) == 0 ||
         VLANLUA_RecordSet_GetDataBuff(query.Get()) == nullptr) {
         return 1;
@@ -115,18 +115,18 @@ extern "C" void vlanLua_UpDataQinQNum(VLANLUA_QINQIFSPEC_S *pstReq, uint32_t uiS
 extern "C" uint32_t vlanLua_CreatorSetQinQIfSpecRs(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQIFSPEC_S *pstReq,
                                                    uint32_t uiExists)
 {
-    VlanLuaWriteList<Spec> list;
-    list.Add<Spec::vrId>(&pstReq->uiVrId);
-    list.Add<Spec::mainIfIndex>(&pstReq->uiMainIfIndex);
-    list.Add<Spec::qinqNum>(&pstReq->uiQinQNum);
+    VlanLuaWriteList<IfSpec> list;
+    list.Add<IfSpec::vrId>(&pstReq->uiVrId);
+    list.Add<IfSpec::mainIfIndex>(&pstReq->uiMainIfIndex);
+    list.Add<IfSpec::qinqNum>(&pstReq->uiQinQNum);
     return uiExists == 1 ? list.Set(pstCtx->pObj, 0) : list.Insert(pstCtx->pObj, 0);
 }
 
 extern "C" uint32_t vlanLua_DeleteQinQIfSpecRs(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQIFSPEC_S *pstReq)
 {
-    VlanLuaWriteList<Spec> list;
-    list.Add<Spec::vrId>(&pstReq->uiVrId);
-    list.Add<Spec::mainIfIndex>(&pstReq->uiMainIfIndex);
+    VlanLuaWriteList<IfSpec> list;
+    list.Add<IfSpec::vrId>(&pstReq->uiVrId);
+    list.Add<IfSpec::mainIfIndex>(&pstReq->uiMainIfIndex);
     return list.Delete(pstCtx->pObj, 0);
 }
 
