@@ -138,7 +138,7 @@ int SetFieldWork(lua_State *L, void *pCtx)
     return 0;
 }
 
-void FramedGetTable(SysdtCallFrame *pstFrame, int32_t iPos)
+[[gnu::noinline]] void FramedGetTable(SysdtCallFrame *pstFrame, int32_t iPos)
 {
     int iAbs = AbsPos(pstFrame->iTop, iPos);
     if (pstFrame->bFailed || pstFrame->iTop < 1 || iAbs == 0 || !SysdtSpti_Materialize(pstFrame)) {
@@ -159,7 +159,7 @@ void FramedGetTable(SysdtCallFrame *pstFrame, int32_t iPos)
     }
 }
 
-void FramedPop(SysdtCallFrame *pstFrame, int32_t iCount)
+[[gnu::noinline]] void FramedPop(SysdtCallFrame *pstFrame, int32_t iCount)
 {
     int iDrop = iCount < pstFrame->iTop ? iCount : pstFrame->iTop;
     if (iDrop <= 0) {
@@ -185,7 +185,7 @@ void FramedPop(SysdtCallFrame *pstFrame, int32_t iCount)
 
 /* Stores into a real table (its metamethods may run script code): every value real first, then
  * the store runs protected. */
-void FramedStoreReal(SysdtCallFrame *pstFrame, int iAbs, const char *pcName)
+[[gnu::noinline]] void FramedStoreReal(SysdtCallFrame *pstFrame, int iAbs, const char *pcName)
 {
     int iValues = pcName == nullptr ? 2 : 1;
     if (!SysdtSpti_Materialize(pstFrame)) {
@@ -209,7 +209,7 @@ void FramedStoreReal(SysdtCallFrame *pstFrame, int iAbs, const char *pcName)
     SysdtSpti_Moved(pstFrame, -iValues, LUA_TNONE);
 }
 
-void FramedSetTable(SysdtCallFrame *pstFrame, int32_t iPos)
+[[gnu::noinline]] void FramedSetTable(SysdtCallFrame *pstFrame, int32_t iPos)
 {
     int iAbs = AbsPos(pstFrame->iTop, iPos);
     if (pstFrame->iTop < 2 || iAbs == 0) {
@@ -224,7 +224,7 @@ void FramedSetTable(SysdtCallFrame *pstFrame, int32_t iPos)
     }
 }
 
-void FramedSetField(SysdtCallFrame *pstFrame, int32_t iPos, const char *pcName)
+[[gnu::noinline]] void FramedSetField(SysdtCallFrame *pstFrame, int32_t iPos, const char *pcName)
 {
     int iAbs = AbsPos(pstFrame->iTop, iPos);
     if (pstFrame->iTop < 1 || iAbs == 0) {
@@ -238,18 +238,36 @@ void FramedSetField(SysdtCallFrame *pstFrame, int32_t iPos, const char *pcName)
         }
         return;
     }
-    size_t ulLen = std::strlen(pcName);
     int iRelTable = iAbs - pstFrame->iBase;
-    SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_SETFIELD, SysdtSpti_TextRecs(ulLen), false);
+    SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_SETFIELD, 0, false);
     SysdtSpti_Moved(pstFrame, -1, LUA_TNONE);
     if (pstRec != nullptr) {
         pstRec->uiArg = static_cast<uint32_t>(iRelTable);
-        pstRec->llValue = static_cast<int64_t>(ulLen);
-        std::memcpy(pstRec + 1, pcName, ulLen + 1);
+        pstRec->pcName = pcName;
     }
 }
 
-void FramedPushText(SysdtCallFrame *pstFrame, const char *pcText, uint32_t uiLen)
+/* The value on top into the deferred table at iRelTable under a name. A number pushed last turns
+ * into the store itself; a table is deferred, so the tape is not simple. */
+inline void StoreFieldDeferred(SysdtCallFrame *pstFrame, int iRelTable, const char *pcName)
+{
+    SysdtTapeRec *pstValue = pstFrame->ppstSlots[SysdtSpti_Deferred(pstFrame) - 1];
+    pstFrame->iTop--;
+    if (pstValue + 1 == pstFrame->pstNext && pstValue->ucOp == SYSDT_TAPE_INT && iRelTable <= 0xFFFF &&
+        static_cast<uint64_t>(pstValue->llValue) <= 0xFFFFFFFFu) {
+        pstValue->ucOp = SYSDT_TAPE_SETFIELDU;
+        pstValue->usTable = static_cast<uint16_t>(iRelTable);
+        pstValue->uiArg = static_cast<uint32_t>(pstValue->llValue);
+        pstValue->pcName = pcName;
+        return;
+    }
+    SysdtTapeRec *pstRec = pstFrame->pstNext++;
+    pstRec->ucOp = SYSDT_TAPE_SETFIELD;
+    pstRec->uiArg = static_cast<uint32_t>(iRelTable);
+    pstRec->pcName = pcName;
+}
+
+[[gnu::noinline]] void FramedPushText(SysdtCallFrame *pstFrame, const char *pcText, uint32_t uiLen)
 {
     SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_STR, SysdtSpti_TextRecs(uiLen), true);
     if (pstRec != nullptr) {
@@ -360,10 +378,14 @@ extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
 {
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase) {   /* an argument */
+        lua_State *L = pstFrame->L;
+        return lua_type(L, iPos) == LUA_TSTRING ? lua_tolstring(L, iPos, nullptr) : nullptr;
+    }
     if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame == nullptr) {
         return lua_tolstring(static_cast<lua_State *>(pState), iPos, nullptr);
     }
@@ -427,9 +449,10 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase && pstFrame->iTop == pstFrame->iBase + 1 &&
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase &&
         pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom) {
-        SysdtTapeRec *pstKey = pstFrame->stInline.pstRecs;   /* the tape's one record, when it is the key */
+        /* The tape's one record is the one deferred value (a failed frame has no tape). */
+        SysdtTapeRec *pstKey = pstFrame->astInlineRecs;
         if (pstFrame->pstNext == pstKey + 1 && pstKey->ucOp == SYSDT_TAPE_INT &&
             static_cast<uint64_t>(pstKey->llValue) <= kMaxRawKey &&
             (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
@@ -554,7 +577,12 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
     int iRecord = iRecordSize > 0 ? iRecordSize : 0;
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr) {
-        SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_TABLE, 0, true);
+        SysdtTapeRec *pstRec = SysdtSpti_PushRec(pstFrame, SYSDT_TAPE_TABLE);
+        if (pstRec != nullptr) {
+            pstFrame->bSimpleTape = false;
+        } else {
+            pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_TABLE, 0, true);
+        }
         if (pstRec != nullptr) {
             pstRec->uiArg = static_cast<uint32_t>(iArray);
             pstRec->llValue = iRecord;
@@ -591,11 +619,17 @@ extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
     SetTableOnStack(pState, iPos);
 }
 
-/* Stores the value on top under the name in the table at iPos; nothing without a value. */
+/* Stores the value on top under the name in the table at iPos; nothing without a value. A value
+ * stored into a table made in the same call waits in the frame. */
 extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr) {
+        int iAbs = iPos < 0 ? pstFrame->iTop + 1 + iPos : iPos;
+        if (iAbs > pstFrame->iBase && iAbs < pstFrame->iTop && pstFrame->pstNext != pstFrame->pstLimit) {
+            StoreFieldDeferred(pstFrame, iAbs - pstFrame->iBase, pcName);
+            return;
+        }
         FramedSetField(pstFrame, iPos, pcName);
         return;
     }

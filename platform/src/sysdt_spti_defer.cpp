@@ -4,8 +4,8 @@
  * The tape is a list of 16-byte records in chunks: the first chunk lives in the frame, further ones
  * come from the engine's own allocator (so they take part in its accounting of memory, and a failing
  * allocator fails them too), each at least twice the last. A record never moves once written, so a
- * deferred value is named by its record. Text (a pushed string, a field name) is kept in the records
- * right after its own, with a terminating zero. Nothing here raises: a step that could runs inside
+ * deferred value is named by its record. A pushed string is kept in the records right after its
+ * own, with a terminating zero; a field name is kept by its address (see SYSDT_SPTI_SetField). Nothing here raises: a step that could runs inside
  * lua_pcall, through one runner function that the engine calls without allocating. */
 #include <cstring>
 
@@ -64,6 +64,7 @@ bool NextChunk(SysdtCallFrame *pstFrame, uint32_t uiNeed)
         pstNext->uiCap = uiCap;
         pstNext->pstNext = pstCur->pstNext;
         pstCur->pstNext = pstNext;
+        pstFrame->bHeap = true;
     }
     pstFrame->pstChunk = pstNext;
     pstFrame->pstNext = pstNext->pstRecs;
@@ -84,6 +85,7 @@ bool GrowSlots(SysdtCallFrame *pstFrame)
     }
     pstFrame->ppstSlots = ppstSlots;
     pstFrame->iSlotCap = iCap;
+    pstFrame->bHeap = true;
     return true;
 }
 
@@ -102,6 +104,7 @@ void Release(SysdtCallFrame *pstFrame)
         pstFrame->ppstSlots = pstFrame->apstInlineSlots;
         pstFrame->iSlotCap = kSysdtInlineSlots;
     }
+    pstFrame->bHeap = false;
     SysdtSpti_ClearTape(pstFrame);
 }
 
@@ -180,9 +183,11 @@ uint32_t Replay(lua_State *L, const SysdtTapeRec *pstRec)
             return 1;
         case SYSDT_TAPE_SET: lua_rawset(L, static_cast<int>(pstRec->uiArg)); return 1;
         case SYSDT_TAPE_SETI: RawSetInteger(L, pstRec->usTable, pstRec->uiArg, pstRec->llValue); return 1;
-        case SYSDT_TAPE_SETFIELD:
-            lua_setfield(L, static_cast<int>(pstRec->uiArg), pcText);
-            return 1 + SysdtSpti_TextRecs(static_cast<uint64_t>(pstRec->llValue));
+        case SYSDT_TAPE_SETFIELD: lua_setfield(L, static_cast<int>(pstRec->uiArg), pstRec->pcName); return 1;
+        case SYSDT_TAPE_SETFIELDU:
+            PushInteger(L, pstRec->uiArg);
+            lua_setfield(L, pstRec->usTable, pstRec->pcName);
+            return 1;
         default: lua_pop(L, static_cast<int>(pstRec->uiArg)); return 1;
     }
 }
@@ -232,7 +237,9 @@ void SysdtSpti_Fail(SysdtCallFrame *pstFrame, const char *pcWhy)
     pstFrame->bFailed = true;
     pstFrame->pcFailWhy = pcWhy;
     pstFrame->iErrorAt = pcWhy == nullptr ? lua_gettop(pstFrame->L) : 0;
-    pstFrame->pstLimit = pstFrame->pstNext;             /* every later push takes the general path */
+    pstFrame->bSimpleTape = false;
+    pstFrame->pstNext = nullptr;                        /* every later step takes the general path */
+    pstFrame->pstLimit = nullptr;
     pstFrame->iTopType = LUA_TNONE;
     pstFrame->bTopRead = false;
     pstFrame->iPlainTable = 0;

@@ -30,7 +30,8 @@ enum SysdtTapeOp : uint8_t {
     SYSDT_TAPE_TABLE,     /* push a new table sized for uiArg array and llValue hash entries */
     SYSDT_TAPE_SET,       /* table at uiArg: [key] = value, the two top values, popped */
     SYSDT_TAPE_SETI,      /* table at usTable: [uiArg] = llValue */
-    SYSDT_TAPE_SETFIELD,  /* table at uiArg: [name] = top value, popped; the name follows, llValue bytes */
+    SYSDT_TAPE_SETFIELD,  /* table at uiArg: [pcName] = top value, popped */
+    SYSDT_TAPE_SETFIELDU, /* table at usTable: [pcName] = the number uiArg */
     SYSDT_TAPE_POP,       /* pop uiArg values */
 };
 
@@ -39,7 +40,10 @@ struct SysdtTapeRec {
     uint8_t ucRsv;
     uint16_t usTable;
     uint32_t uiArg;
-    int64_t llValue;
+    union {
+        int64_t llValue;
+        const char *pcName;
+    };
 };
 static_assert(sizeof(SysdtTapeRec) == 16, "a record is 16 bytes, so text kept in records is easy to size");
 
@@ -51,7 +55,7 @@ struct SysdtTapeChunk {
     uint32_t uiUsed;       /* records written, once the tape went on to the next chunk */
 };
 
-constexpr int kSysdtInlineRecs = 128;
+constexpr int kSysdtInlineRecs = 1024;     /* 16 KB: a page of a walk fits */
 constexpr int kSysdtInlineSlots = 24;
 /* Engine stack slots kept free above the real values for the frame's own protected steps. */
 constexpr int kSysdtReserve = 8;
@@ -63,8 +67,9 @@ struct SysdtCallFrame {
     int iRoom;             /* positions up to here exist in the engine's stack */
     int iTopType;          /* type of the real value at iTop, or LUA_TNONE when not known */
     bool bTopRead;         /* the value at iTop is a real number and uiTopValue is what ToUInt answers */
-    bool bSimpleTape;      /* the tape holds pushes of numbers and nils only */
+    bool bSimpleTape;      /* the tape holds pushes of numbers and nils only (never in a failed frame) */
     bool bFailed;          /* a step failed: the call raises when the function has returned */
+    bool bHeap;            /* the tape took memory from the engine's allocator */
     uint32_t uiTopValue;
     int iPlainTable;       /* a real table without a metatable is at this position; 0 when not known */
     int iErrorAt;          /* where the failed step left its error value, or 0 */
@@ -146,8 +151,8 @@ inline void SysdtSpti_Moved(SysdtCallFrame *pstFrame, int iDelta, int iTopType)
 inline void SysdtSpti_ClearTape(SysdtCallFrame *pstFrame)
 {
     pstFrame->pstChunk = &pstFrame->stInline;
-    pstFrame->pstNext = pstFrame->stInline.pstRecs;
-    pstFrame->pstLimit = pstFrame->stInline.pstRecs + kSysdtInlineRecs;
+    pstFrame->pstNext = pstFrame->astInlineRecs;
+    pstFrame->pstLimit = pstFrame->astInlineRecs + kSysdtInlineRecs;
     pstFrame->bSimpleTape = true;
 }
 
@@ -162,6 +167,7 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
     pstFrame->iTopType = LUA_TNONE;
     pstFrame->bTopRead = false;
     pstFrame->bFailed = false;
+    pstFrame->bHeap = false;
     pstFrame->iPlainTable = 0;
     pstFrame->ppstSlots = pstFrame->apstInlineSlots;
     pstFrame->iSlotCap = kSysdtInlineSlots;
@@ -175,15 +181,14 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
  * slots on the engine's stack: they can be pushed at once, with no memory and nothing to raise. */
 inline bool SysdtSpti_SimpleResults(const SysdtCallFrame *pstFrame)
 {
-    return pstFrame->bSimpleTape && !pstFrame->bFailed && pstFrame->stInline.pstNext == nullptr &&
-           pstFrame->ppstSlots == pstFrame->apstInlineSlots && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom;
+    return pstFrame->bSimpleTape && !pstFrame->bHeap && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom;
 }
 
 /* Pushes the simple results (see above); in a simple tape the records are the values, in order. */
 inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
 {
     lua_State *L = pstFrame->L;
-    for (const SysdtTapeRec *pstRec = pstFrame->stInline.pstRecs; pstRec < pstFrame->pstNext; pstRec++) {
+    for (const SysdtTapeRec *pstRec = pstFrame->astInlineRecs; pstRec < pstFrame->pstNext; pstRec++) {
         if (pstRec->ucOp == SYSDT_TAPE_INT) {
             lua_pushinteger(L, static_cast<lua_Integer>(pstRec->llValue));
         } else {
@@ -191,23 +196,32 @@ inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
         }
     }
     pstFrame->iBase = pstFrame->iTop;
-    SysdtSpti_ClearTape(pstFrame);
 }
 
-/* Defers a push of a number or nil when the current chunk and the slot list have room; false sends
- * the caller to the general path (which also serves a failed frame, whose chunk is closed). */
-inline bool SysdtSpti_DeferSimple(SysdtCallFrame *pstFrame, uint8_t ucOp, int64_t llValue)
+/* Appends a record that makes a value when the current chunk and the slot list have room; null
+ * sends the caller to the general path (which also serves a failed frame, whose tape is closed). */
+inline SysdtTapeRec *SysdtSpti_PushRec(SysdtCallFrame *pstFrame, uint8_t ucOp)
 {
     int iSlot = pstFrame->iTop - pstFrame->iBase;
     if (pstFrame->pstNext == pstFrame->pstLimit || iSlot >= pstFrame->iSlotCap) {
-        return false;
+        return nullptr;
     }
     SysdtTapeRec *pstRec = pstFrame->pstNext++;
     pstRec->ucOp = ucOp;
-    pstRec->llValue = llValue;
     pstFrame->ppstSlots[iSlot] = pstRec;
     pstFrame->iTop++;                                   /* the cached top type is of real tops only */
     pstFrame->bTopRead = false;
+    return pstRec;
+}
+
+/* Defers a push of a number or nil; false sends the caller to the general path. */
+inline bool SysdtSpti_DeferSimple(SysdtCallFrame *pstFrame, uint8_t ucOp, int64_t llValue)
+{
+    SysdtTapeRec *pstRec = SysdtSpti_PushRec(pstFrame, ucOp);
+    if (pstRec == nullptr) {
+        return false;
+    }
+    pstRec->llValue = llValue;
     return true;
 }
 

@@ -128,6 +128,10 @@ local CASES = {
       db:insert(T.UVLAN_DESC, { ifIndex = 10, peVlan = 100, ceVlan = 11, description = "uplink", vrId = VR })
       db:insert(T.UVLAN_DESC, { ifIndex = 10, peVlan = 0, ceVlan = 12, description = "dot1q", vrId = VR })
     end },
+  -- A page too large for the frame's own record of its results: the record grows on the engine's memory.
+  { "VLAN_spt_UserVlanMibQuery", { 0, 0, 0, VR, 140, 0 }, setup = function(db)
+      db:insert("UVLAN_DOT1Q", { ifIndex = 10, vrId = VR, vlanBegin = 1, vlanEnd = 140 })
+    end },
 }
 
 -- Sweeps one case; answers how many allocations the failing calls covered.
@@ -171,7 +175,8 @@ for _, case in ipairs(CASES) do
   end)
 end
 t.case("inside a transaction, a call that fails takes back its own writes and nothing else", function()
-  local case = CASES[#CASES - 3]
+  local case
+  for _, c in ipairs(CASES) do if c[1] == "VLAN_spt_SetUserVlanQinQSvc" then case = c end end
   local fn, args = lib[case[1]], case[2]
   local db = prepare(case)
   local want
