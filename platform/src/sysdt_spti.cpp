@@ -317,7 +317,7 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
     if (pState == nullptr) {
         return LUA_TNONE;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         return FrameTypeAt(pstFrame, AbsPos(pstFrame->iTop, iPos));
     }
@@ -354,7 +354,7 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
     if (pState == nullptr) {
         return 0;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame == nullptr) {
         auto *L = static_cast<lua_State *>(pState);
         return BareTypeAt(L, iPos) == LUA_TNUMBER ? NumberToUInt(L, BareAbs(L, iPos)) : 0;  /* never a string */
@@ -383,6 +383,7 @@ extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
         lua_State *L = pstFrame->L;
         return lua_type(L, iPos) == LUA_TSTRING ? lua_tolstring(L, iPos, nullptr) : nullptr;
     }
+    SysdtSpti_TapedFrameOf(pState);
     if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
@@ -399,7 +400,7 @@ extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
     if (pState == nullptr) {
         return 0;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame == nullptr) {
         auto *L = static_cast<lua_State *>(pState);
         int iAbs = BareAbs(L, iPos);
@@ -414,7 +415,7 @@ extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
 
 extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 {
-    if (pState == nullptr || TypeAtPos(pState, iPos) != LUA_TTABLE) {
+    if (pState == nullptr || (SysdtSpti_TapedFrameOf(pState), TypeAtPos(pState, iPos)) != LUA_TTABLE) {
         return 0;
     }
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
@@ -432,7 +433,7 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 /* Replaces the key on top by the element of the table at iPos; nothing without a key. */
 [[gnu::noinline]] static void GetTableOnStack(void *pState, int32_t iPos)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         FramedGetTable(pstFrame, iPos);
         return;
@@ -449,19 +450,13 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase &&
-        pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom) {
-        /* The tape's one record is the one deferred value (a failed frame has no tape). */
-        SysdtTapeRec *pstKey = pstFrame->astInlineRecs;
-        if (pstFrame->pstNext == pstKey + 1 && pstKey->ucOp == SYSDT_TAPE_INT &&
-            static_cast<uint64_t>(pstKey->llValue) <= kMaxRawKey &&
-            (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
-            auto uiKey = static_cast<uint32_t>(pstKey->llValue);
-            pstFrame->pstNext = pstKey;
-            pstFrame->iBase++;
-            NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, uiKey));
-            return;
-        }
+    if (pstFrame != nullptr && pstFrame->bKeyWaiting && iPos > 0 && iPos <= pstFrame->iBase &&
+        pstFrame->uiKey <= kMaxRawKey && pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom &&
+        (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
+        pstFrame->bKeyWaiting = false;
+        pstFrame->iBase++;
+        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
+        return;
     }
     GetTableOnStack(pState, iPos);
 }
@@ -471,7 +466,7 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
     if (pState == nullptr || iCount <= 0) {
         return;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         FramedPop(pstFrame, iCount);
         return;
@@ -501,7 +496,7 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 
 [[gnu::noinline]] static void PushIntegerOnStack(void *pState, int64_t llValue)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_INT, 0, true);
         if (pstRec != nullptr) {
@@ -518,6 +513,13 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && pstFrame->iTop == pstFrame->iBase && pstFrame->pstNext == pstFrame->astInlineRecs) {
+        pstFrame->uiKey = uiValue;                      /* an empty zone and tape, not failed */
+        pstFrame->bKeyWaiting = true;
+        pstFrame->iTop++;
+        pstFrame->bTopRead = false;
+        return;
+    }
     if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, uiValue)) {
         return;
     }
@@ -535,7 +537,7 @@ extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 
 [[gnu::noinline]] static void PushNilOnStack(void *pState)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         (void)SysdtSpti_Append(pstFrame, SYSDT_TAPE_NIL, 0, true);
         return;
@@ -561,7 +563,7 @@ extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t
         SYSDT_SPTI_PushNil(pState);
         return;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         FramedPushText(pstFrame, pcText, uiLen);
         return;
@@ -575,7 +577,7 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
 {
     int iArray = iArraySize > 0 ? iArraySize : 0;
     int iRecord = iRecordSize > 0 ? iRecordSize : 0;
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         SysdtTapeRec *pstRec = SysdtSpti_PushRec(pstFrame, SYSDT_TAPE_TABLE);
         if (pstRec != nullptr) {
@@ -597,7 +599,7 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
 /* Stores the value on top under the key below it in the table at iPos; nothing without both. */
 [[gnu::noinline]] static void SetTableOnStack(void *pState, int32_t iPos)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
         FramedSetTable(pstFrame, iPos);
         return;
@@ -630,6 +632,7 @@ extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcNa
             StoreFieldDeferred(pstFrame, iAbs - pstFrame->iBase, pcName);
             return;
         }
+        SysdtSpti_SpillKey(pstFrame);
         FramedSetField(pstFrame, iPos, pcName);
         return;
     }

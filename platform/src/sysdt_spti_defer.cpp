@@ -105,6 +105,7 @@ void Release(SysdtCallFrame *pstFrame)
         pstFrame->iSlotCap = kSysdtInlineSlots;
     }
     pstFrame->bHeap = false;
+    pstFrame->bKeyWaiting = false;
     SysdtSpti_ClearTape(pstFrame);
 }
 
@@ -235,6 +236,7 @@ void BecameReal(SysdtCallFrame *pstFrame)
 void SysdtSpti_Fail(SysdtCallFrame *pstFrame, const char *pcWhy)
 {
     pstFrame->bFailed = true;
+    pstFrame->bKeyWaiting = false;
     pstFrame->pcFailWhy = pcWhy;
     pstFrame->iErrorAt = pcWhy == nullptr ? lua_gettop(pstFrame->L) : 0;
     pstFrame->bSimpleTape = false;
@@ -247,6 +249,7 @@ void SysdtSpti_Fail(SysdtCallFrame *pstFrame, const char *pcWhy)
 
 SysdtTapeRec *SysdtSpti_Append(SysdtCallFrame *pstFrame, uint8_t ucOp, uint32_t uiExtra, bool bValue)
 {
+    SysdtSpti_SpillKey(pstFrame);
     SysdtTapeRec *pstRec = nullptr;
     int iSlot = SysdtSpti_Deferred(pstFrame);
     if (!pstFrame->bFailed) {
@@ -366,6 +369,7 @@ bool SysdtSpti_RoomFor(SysdtCallFrame *pstFrame, int iNeed)
 
 bool SysdtSpti_Materialize(SysdtCallFrame *pstFrame)
 {
+    SysdtSpti_SpillKey(pstFrame);
     if (pstFrame->bFailed) {
         return false;
     }

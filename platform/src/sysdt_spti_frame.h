@@ -70,6 +70,8 @@ struct SysdtCallFrame {
     bool bSimpleTape;      /* the tape holds pushes of numbers and nils only (never in a failed frame) */
     bool bFailed;          /* a step failed: the call raises when the function has returned */
     bool bHeap;            /* the tape took memory from the engine's allocator */
+    bool bKeyWaiting;      /* the one deferred value is the number uiKey, not yet on the tape */
+    uint32_t uiKey;
     uint32_t uiTopValue;
     int iPlainTable;       /* a real table without a metatable is at this position; 0 when not known */
     int iErrorAt;          /* where the failed step left its error value, or 0 */
@@ -156,6 +158,30 @@ inline void SysdtSpti_ClearTape(SysdtCallFrame *pstFrame)
     pstFrame->bSimpleTape = true;
 }
 
+/* A number pushed on an empty deferred zone is most often a key that the next step reads under: it
+ * waits in the frame, and any other step first puts it on the tape as the zone's one record. */
+inline void SysdtSpti_SpillKey(SysdtCallFrame *pstFrame)
+{
+    if (pstFrame->bKeyWaiting) {
+        SysdtTapeRec *pstRec = pstFrame->astInlineRecs;
+        pstRec->ucOp = SYSDT_TAPE_INT;
+        pstRec->llValue = pstFrame->uiKey;
+        pstFrame->ppstSlots[0] = pstRec;
+        pstFrame->pstNext = pstRec + 1;
+        pstFrame->bKeyWaiting = false;
+    }
+}
+
+/* The frame behind a handle with no key waiting, or null for a bare state. */
+inline SysdtCallFrame *SysdtSpti_TapedFrameOf(void *pState)
+{
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtSpti_SpillKey(pstFrame);
+    }
+    return pstFrame;
+}
+
 /* A frame over the iTop values of L's stack, with positions up to iRoom in existence. The fields
  * that only a failure or a read sets are set there. */
 inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop, int iRoom)
@@ -168,6 +194,7 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
     pstFrame->bTopRead = false;
     pstFrame->bFailed = false;
     pstFrame->bHeap = false;
+    pstFrame->bKeyWaiting = false;
     pstFrame->iPlainTable = 0;
     pstFrame->ppstSlots = pstFrame->apstInlineSlots;
     pstFrame->iSlotCap = kSysdtInlineSlots;
@@ -179,8 +206,9 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
 
 /* Whether the deferred values are numbers and nils only, in the frame's own memory, with their
  * slots on the engine's stack: they can be pushed at once, with no memory and nothing to raise. */
-inline bool SysdtSpti_SimpleResults(const SysdtCallFrame *pstFrame)
+inline bool SysdtSpti_SimpleResults(SysdtCallFrame *pstFrame)
 {
+    SysdtSpti_SpillKey(pstFrame);
     return pstFrame->bSimpleTape && !pstFrame->bHeap && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom;
 }
 
@@ -202,6 +230,7 @@ inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
  * sends the caller to the general path (which also serves a failed frame, whose tape is closed). */
 inline SysdtTapeRec *SysdtSpti_PushRec(SysdtCallFrame *pstFrame, uint8_t ucOp)
 {
+    SysdtSpti_SpillKey(pstFrame);
     int iSlot = pstFrame->iTop - pstFrame->iBase;
     if (pstFrame->pstNext == pstFrame->pstLimit || iSlot >= pstFrame->iSlotCap) {
         return nullptr;
