@@ -99,7 +99,10 @@ void ECM_CTL_Unbind(void *pState);
  * until the call returns, so calls from other connections (processes, threads) run as if one
  * after the other; reads outside units never wait. A call that cannot get the lock within the
  * busy timeout gets ECM_ERR_BUSY from that operation and from every later one of the call. A
- * commit that fails rolls the call's work back and raises a script error naming the database.
+ * commit that fails rolls the call's work back and raises a script error naming the database; a
+ * call whose results cannot be handed to the script (out of memory, a metamethod raised) is rolled
+ * back whole before its error is raised. Inside an outer unit a call's writes sit in a savepoint of
+ * their own, so such a call takes back its own writes only.
  * Client operations made outside a script call stand alone, each its own transaction.
  * ECM_CTL_UnitBegin opens an outer unit on the object that the calls' units join until
  * ECM_CTL_UnitEnd commits it (bCommit != 0) or rolls it back; outer units nest. Set-up writes
@@ -152,7 +155,7 @@ const char *ECM_CTL_LastError(void *pObj);
 void *ECM_CTL_MemHandle(void *pObj);
 
 /* ---- Journal: the successful writes of the client calls, in call order ----
- * A script call whose unit is rolled back (it raised, or its commit failed) takes its entries out;
+ * A script call whose work is rolled back (it raised, or its commit failed) takes its entries out;
  * ECM_CTL_UnitEnd leaves them, so a rolled-back outer unit still shows what it would have written. */
 
 #define ECM_JOURNAL_INSERT 1u
