@@ -17,236 +17,6 @@
 
 namespace {
 
-/* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
-uint32_t FloatToUInt(lua_Number dValue)
-{
-    constexpr lua_Number kTwoPow63 = 9223372036854775808.0;
-    if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
-        return 0;
-    }
-    auto llWhole = static_cast<long long>(dValue);     /* the conversion itself cuts toward zero */
-    return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
-}
-
-/* The number at iPos as 32 bits: integers keep their low bits, floats go through FloatToUInt. */
-uint32_t NumberToUInt(lua_State *L, int iPos)
-{
-#if SYSDT_LUA_INTEGERS
-    int iIsInteger = 0;
-    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);
-    if (iIsInteger != 0) {
-        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
-    }
-#endif
-    return FloatToUInt(lua_tonumber(L, iPos));
-}
-
-/* Positive position of the value iPos names among iTop values, or 0 when it names none. */
-int AbsPos(int iTop, int32_t iPos)
-{
-    if (iPos < 0) {
-        return -iPos <= iTop ? iTop + 1 + iPos : 0;
-    }
-    return iPos <= iTop ? iPos : 0;
-}
-
-/* The element just fetched is the real top; a number is read now, ToUInt(-1) comes next. */
-void NoteFetched(SysdtCallFrame *pstFrame, int iType)
-{
-    pstFrame->iTopType = iType;
-    pstFrame->bTopRead = iType == LUA_TNUMBER;
-    if (iType == LUA_TNUMBER) {
-        pstFrame->uiTopValue = NumberToUInt(pstFrame->L, pstFrame->iTop);
-    }
-}
-
-/* Engines whose lua_rawgeti takes an int (5.1) take no larger key. */
-constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
-
-/* The element under an integer key of a table without a metatable, pushed; answers its type. */
-int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
-{
-#if LUA_VERSION_NUM >= 503
-    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
-#else
-    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
-    return lua_type(L, -1);
-#endif
-}
-
-/* Whether the real table at iPos has no metatable: looked up once, then known until a step that
- * may run script code (or a pop below it). */
-[[gnu::noinline]] bool LearnPlainTable(SysdtCallFrame *pstFrame, int iPos)
-{
-    lua_State *L = pstFrame->L;
-    if (lua_type(L, iPos) != LUA_TTABLE) {
-        return false;
-    }
-    if (lua_getmetatable(L, iPos) != 0) {
-        lua_pop(L, 1);
-        return false;
-    }
-    pstFrame->iPlainTable = iPos;
-    return true;
-}
-
-/* ---- a frame's general paths ---- */
-
-int FrameTypeAt(const SysdtCallFrame *pstFrame, int iAbs)
-{
-    if (iAbs == 0) {
-        return LUA_TNONE;
-    }
-    if (iAbs <= pstFrame->iBase) {
-        if (iAbs == pstFrame->iTop && pstFrame->iTopType != LUA_TNONE) {
-            return pstFrame->iTopType;
-        }
-        return lua_type(pstFrame->L, iAbs);
-    }
-    return pstFrame->bFailed ? LUA_TNIL : SysdtSpti_TypeOfOp(SysdtSpti_SlotRec(pstFrame, iAbs)->ucOp);
-}
-
-/* The deferred value at iAbs when it is one; null for a real value or a failed frame. */
-const SysdtTapeRec *DeferredAt(const SysdtCallFrame *pstFrame, int iAbs)
-{
-    return (iAbs > pstFrame->iBase && !pstFrame->bFailed) ? SysdtSpti_SlotRec(pstFrame, iAbs) : nullptr;
-}
-
-/* A failed frame only counts: the engine's stack keeps the failure's error value on top. */
-void FailedPop(SysdtCallFrame *pstFrame, int iCount)
-{
-    int iTop = pstFrame->iTop > iCount ? pstFrame->iTop - iCount : 0;
-    SysdtSpti_Moved(pstFrame, iTop - pstFrame->iTop, LUA_TNONE);
-    pstFrame->iBase = pstFrame->iBase > iTop ? iTop : pstFrame->iBase;
-}
-
-int GetWork(lua_State *L, void *)
-{
-    lua_gettable(L, 1);
-    return 1;
-}
-
-int SetWork(lua_State *L, void *)
-{
-    lua_settable(L, 1);
-    return 0;
-}
-
-int SetFieldWork(lua_State *L, void *pCtx)
-{
-    lua_setfield(L, 1, static_cast<const char *>(pCtx));
-    return 0;
-}
-
-[[gnu::noinline]] void FramedGetTable(SysdtCallFrame *pstFrame, int32_t iPos)
-{
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
-    if (pstFrame->bFailed || pstFrame->iTop < 1 || iAbs == 0 || !SysdtSpti_Materialize(pstFrame)) {
-        return;                                          /* a failed frame's top reads as nil */
-    }
-    lua_State *L = pstFrame->L;
-    if (pstFrame->iPlainTable == iAbs || LearnPlainTable(pstFrame, iAbs)) {
-        lua_rawget(L, iAbs);
-        NoteFetched(pstFrame, lua_type(L, -1));
-        return;
-    }
-    lua_pushvalue(L, iAbs);
-    lua_pushvalue(L, -2);
-    pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
-    if (SysdtSpti_Protected(pstFrame, GetWork, nullptr, 2, 1)) {
-        lua_remove(L, -2);
-        NoteFetched(pstFrame, lua_type(L, -1));
-    }
-}
-
-[[gnu::noinline]] void FramedPop(SysdtCallFrame *pstFrame, int32_t iCount)
-{
-    int iDrop = iCount < pstFrame->iTop ? iCount : pstFrame->iTop;
-    if (iDrop <= 0) {
-        return;
-    }
-    if (pstFrame->bFailed) {
-        FailedPop(pstFrame, iDrop);
-        return;
-    }
-    int iDeferred = SysdtSpti_Deferred(pstFrame);
-    int iFromTape = iDrop < iDeferred ? iDrop : iDeferred;
-    if (iFromTape > 0) {
-        SysdtSpti_PopDeferred(pstFrame, iFromTape);
-    }
-    int iReal = iDrop - iFromTape;
-    if (iReal > 0) {
-        pstFrame->iBase -= iReal;
-        lua_settop(pstFrame->L, pstFrame->iBase);
-        SysdtSpti_Moved(pstFrame, -iReal, LUA_TNONE);
-    }
-    pstFrame->iPlainTable = pstFrame->iPlainTable > pstFrame->iBase ? 0 : pstFrame->iPlainTable;
-}
-
-/* Stores into a real table (its metamethods may run script code): every value real first, then
- * the store runs protected. */
-[[gnu::noinline]] void FramedStoreReal(SysdtCallFrame *pstFrame, int iAbs, const char *pcName)
-{
-    int iValues = pcName == nullptr ? 2 : 1;
-    if (!SysdtSpti_Materialize(pstFrame)) {
-        FailedPop(pstFrame, iValues);
-        return;
-    }
-    lua_State *L = pstFrame->L;
-    lua_pushvalue(L, iAbs);
-    for (int i = 0; i < iValues; i++) {
-        lua_pushvalue(L, -1 - iValues);
-    }
-    pstFrame->iPlainTable = 0;
-    bool bOk = pcName == nullptr ? SysdtSpti_Protected(pstFrame, SetWork, nullptr, 3, 0)
-                                 : SysdtSpti_Protected(pstFrame, SetFieldWork, const_cast<char *>(pcName), 2, 0);
-    if (!bOk) {
-        FailedPop(pstFrame, iValues);
-        return;
-    }
-    lua_pop(L, iValues);
-    pstFrame->iBase -= iValues;
-    SysdtSpti_Moved(pstFrame, -iValues, LUA_TNONE);
-}
-
-[[gnu::noinline]] void FramedSetTable(SysdtCallFrame *pstFrame, int32_t iPos)
-{
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
-    if (pstFrame->iTop < 2 || iAbs == 0) {
-        return;
-    }
-    if (pstFrame->bFailed) {
-        FailedPop(pstFrame, 2);
-    } else if (iAbs > pstFrame->iBase && iAbs < pstFrame->iTop - 1) {
-        SysdtSpti_DeferSet(pstFrame, iAbs);
-    } else {
-        FramedStoreReal(pstFrame, iAbs, nullptr);
-    }
-}
-
-[[gnu::noinline]] void FramedSetField(SysdtCallFrame *pstFrame, int32_t iPos, const char *pcName)
-{
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
-    if (pstFrame->iTop < 1 || iAbs == 0) {
-        return;
-    }
-    if (pstFrame->bFailed || !(iAbs > pstFrame->iBase && iAbs < pstFrame->iTop)) {
-        if (pstFrame->bFailed) {
-            FailedPop(pstFrame, 1);
-        } else {
-            FramedStoreReal(pstFrame, iAbs, pcName);
-        }
-        return;
-    }
-    int iRelTable = iAbs - pstFrame->iBase;
-    SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_SETFIELD, 0, false);
-    SysdtSpti_Moved(pstFrame, -1, LUA_TNONE);
-    if (pstRec != nullptr) {
-        pstRec->uiArg = static_cast<uint32_t>(iRelTable);
-        pstRec->pcName = pcName;
-    }
-}
-
 /* The value on top into the deferred table at iRelTable under a name. A number pushed last turns
  * into the store itself; a table is deferred, so the tape is not simple. */
 inline void StoreFieldDeferred(SysdtCallFrame *pstFrame, int iRelTable, const char *pcName)
@@ -267,17 +37,6 @@ inline void StoreFieldDeferred(SysdtCallFrame *pstFrame, int iRelTable, const ch
     pstRec->pcName = pcName;
 }
 
-[[gnu::noinline]] void FramedPushText(SysdtCallFrame *pstFrame, const char *pcText, uint32_t uiLen)
-{
-    SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_STR, SysdtSpti_TextRecs(uiLen), true);
-    if (pstRec != nullptr) {
-        pstRec->uiArg = uiLen;
-        auto *pcCopy = reinterpret_cast<char *>(pstRec + 1);
-        std::memcpy(pcCopy, pcText, uiLen);
-        pcCopy[uiLen] = '\0';
-    }
-}
-
 /* ---- a bare state's paths ---- */
 
 /* Makes room for one more value, raising a script error rather than writing past the stack. */
@@ -290,7 +49,7 @@ void BareRoomForOne(lua_State *L)
 
 int BareAbs(lua_State *L, int32_t iPos)
 {
-    return AbsPos(lua_gettop(L), iPos);
+    return SysdtSpti_AbsPos(lua_gettop(L), iPos);
 }
 
 int BareTypeAt(lua_State *L, int32_t iPos)
@@ -319,7 +78,7 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
     }
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
-        return FrameTypeAt(pstFrame, AbsPos(pstFrame->iTop, iPos));
+        return SysdtSpti_TypeAt(pstFrame, SysdtSpti_AbsPos(pstFrame->iTop, iPos));
     }
     return BareTypeAt(static_cast<lua_State *>(pState), iPos);
 }
@@ -357,14 +116,14 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame == nullptr) {
         auto *L = static_cast<lua_State *>(pState);
-        return BareTypeAt(L, iPos) == LUA_TNUMBER ? NumberToUInt(L, BareAbs(L, iPos)) : 0;  /* never a string */
+        return BareTypeAt(L, iPos) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(L, BareAbs(L, iPos)) : 0;  /* never a string */
     }
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
     if (iAbs > pstFrame->iBase) {
-        const SysdtTapeRec *pstRec = DeferredAt(pstFrame, iAbs);
+        const SysdtTapeRec *pstRec = SysdtSpti_DeferredAt(pstFrame, iAbs);
         return pstRec != nullptr && pstRec->ucOp == SYSDT_TAPE_INT ? static_cast<uint32_t>(pstRec->llValue) : 0;
     }
-    return FrameTypeAt(pstFrame, iAbs) == LUA_TNUMBER ? NumberToUInt(pstFrame->L, iAbs) : 0;
+    return SysdtSpti_TypeAt(pstFrame, iAbs) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(pstFrame->L, iAbs) : 0;
 }
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
@@ -390,8 +149,8 @@ extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
     if (pstFrame == nullptr) {
         return lua_tolstring(static_cast<lua_State *>(pState), iPos, nullptr);
     }
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
-    const SysdtTapeRec *pstRec = DeferredAt(pstFrame, iAbs);
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
+    const SysdtTapeRec *pstRec = SysdtSpti_DeferredAt(pstFrame, iAbs);
     return pstRec != nullptr ? reinterpret_cast<const char *>(pstRec + 1) : lua_tolstring(pstFrame->L, iAbs, nullptr);
 }
 
@@ -406,9 +165,9 @@ extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
         int iAbs = BareAbs(L, iPos);
         return iAbs != 0 ? lua_toboolean(L, iAbs) : 0;
     }
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
     if (iAbs > pstFrame->iBase || iAbs == 0) {
-        return FrameTypeAt(pstFrame, iAbs) > LUA_TNIL;    /* deferred values are never false */
+        return SysdtSpti_TypeAt(pstFrame, iAbs) > LUA_TNIL;    /* deferred values are never false */
     }
     return lua_toboolean(pstFrame->L, iAbs);
 }
@@ -423,7 +182,7 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
         auto *L = static_cast<lua_State *>(pState);
         return static_cast<uint32_t>(SysdtLua_RawLen(L, BareAbs(L, iPos)));
     }
-    int iAbs = AbsPos(pstFrame->iTop, iPos);
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
     if (iAbs > pstFrame->iBase && !SysdtSpti_Materialize(pstFrame)) {
         return 0;
     }
@@ -435,7 +194,7 @@ extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
-        FramedGetTable(pstFrame, iPos);
+        SysdtSpti_GetTableGeneral(pstFrame, iPos);
         return;
     }
     auto *L = static_cast<lua_State *>(pState);
@@ -451,11 +210,11 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
     if (pstFrame != nullptr && pstFrame->bKeyWaiting && iPos > 0 && iPos <= pstFrame->iBase &&
-        pstFrame->uiKey <= kMaxRawKey && pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom &&
-        (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
+        pstFrame->uiKey <= kSysdtMaxRawKey && pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom &&
+        (pstFrame->iPlainTable == iPos || SysdtSpti_LearnPlainTable(pstFrame, iPos))) {
         pstFrame->bKeyWaiting = false;
         pstFrame->iBase++;
-        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
+        SysdtSpti_NoteFetched(pstFrame, SysdtSpti_RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
         return;
     }
     GetTableOnStack(pState, iPos);
@@ -468,7 +227,7 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
     }
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
-        FramedPop(pstFrame, iCount);
+        SysdtSpti_PopGeneral(pstFrame, iCount);
         return;
     }
     auto *L = static_cast<lua_State *>(pState);
@@ -565,7 +324,7 @@ extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t
     }
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
-        FramedPushText(pstFrame, pcText, uiLen);
+        SysdtSpti_PushTextGeneral(pstFrame, pcText, uiLen);
         return;
     }
     auto *L = static_cast<lua_State *>(pState);
@@ -601,7 +360,7 @@ extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t
 {
     SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame != nullptr) {
-        FramedSetTable(pstFrame, iPos);
+        SysdtSpti_SetTableGeneral(pstFrame, iPos);
         return;
     }
     auto *L = static_cast<lua_State *>(pState);
@@ -633,7 +392,7 @@ extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcNa
             return;
         }
         SysdtSpti_SpillKey(pstFrame);
-        FramedSetField(pstFrame, iPos, pcName);
+        SysdtSpti_SetFieldGeneral(pstFrame, iPos, pcName);
         return;
     }
     auto *L = static_cast<lua_State *>(pState);

@@ -21,9 +21,6 @@ constexpr size_t kChunkHead = (sizeof(SysdtTapeChunk) + sizeof(SysdtTapeRec) - 1
                               sizeof(SysdtTapeRec);
 constexpr uint32_t kFirstHeapRecs = 4 * kSysdtInlineRecs;
 
-/* Engines whose lua_rawseti takes an int (5.1, LuaJIT) take no larger key. */
-constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
-
 /* ---- memory from the engine's allocator ---- */
 
 void *EngineAlloc(lua_State *L, size_t ulSize)
@@ -158,7 +155,7 @@ void PushInteger(lua_State *L, int64_t llValue)
 void RawSetInteger(lua_State *L, int iTable, uint32_t uiKey, int64_t llValue)
 {
     PushInteger(L, llValue);
-    if (uiKey <= kMaxRawKey) {
+    if (uiKey <= kSysdtMaxRawKey) {
 #if LUA_VERSION_NUM >= 503
         lua_rawseti(L, iTable, static_cast<lua_Integer>(uiKey));
 #else

@@ -88,7 +88,6 @@ struct SysdtCallFrame {
 
 constexpr uintptr_t kSysdtFrameTag = 1;
 
-
 inline void *SysdtSpti_FrameHandle(SysdtCallFrame *pstFrame)
 {
     return reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(pstFrame) | kSysdtFrameTag);
@@ -280,7 +279,80 @@ inline bool SysdtSpti_FuseSet(SysdtCallFrame *pstFrame)
     return true;
 }
 
-/* ---- the general paths (sysdt_spti_defer.cpp) ---- */
+/* ---- shared by the stack operations' files ---- */
+
+/* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
+inline uint32_t SysdtSpti_FloatToUInt(lua_Number dValue)
+{
+    constexpr lua_Number kTwoPow63 = 9223372036854775808.0;
+    if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
+        return 0;
+    }
+    auto llWhole = static_cast<long long>(dValue);     /* the conversion itself cuts toward zero */
+    return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
+}
+
+/* The number at iPos as 32 bits: integers keep their low bits, floats are cut as above. */
+inline uint32_t SysdtSpti_NumberToUInt(lua_State *L, int iPos)
+{
+#if SYSDT_LUA_INTEGERS
+    int iIsInteger = 0;
+    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);
+    if (iIsInteger != 0) {
+        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
+    }
+#endif
+    return SysdtSpti_FloatToUInt(lua_tonumber(L, iPos));
+}
+
+/* Positive position of the value iPos names among iTop values, or 0 when it names none. */
+inline int SysdtSpti_AbsPos(int iTop, int32_t iPos)
+{
+    if (iPos < 0) {
+        return -iPos <= iTop ? iTop + 1 + iPos : 0;
+    }
+    return iPos <= iTop ? iPos : 0;
+}
+
+/* The element just fetched is the real top; a number is read now, ToUInt(-1) comes next. */
+inline void SysdtSpti_NoteFetched(SysdtCallFrame *pstFrame, int iType)
+{
+    pstFrame->iTopType = iType;
+    pstFrame->bTopRead = iType == LUA_TNUMBER;
+    if (iType == LUA_TNUMBER) {
+        pstFrame->uiTopValue = SysdtSpti_NumberToUInt(pstFrame->L, pstFrame->iTop);
+    }
+}
+
+/* Engines whose lua_rawgeti and lua_rawseti take an int (5.1, LuaJIT) take no larger key. */
+constexpr uint32_t kSysdtMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
+
+/* The element under an integer key of a table without a metatable, pushed; answers its type. */
+inline int SysdtSpti_RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
+{
+#if LUA_VERSION_NUM >= 503
+    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
+#else
+    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
+    return lua_type(L, -1);
+#endif
+}
+
+/* Whether the real table at iPos has no metatable: looked up once, then known until a step that
+ * may run script code (or a pop below it). */
+bool SysdtSpti_LearnPlainTable(SysdtCallFrame *pstFrame, int iPos);
+/* The type of the value at iAbs (0: none) as the function sees it. */
+int SysdtSpti_TypeAt(const SysdtCallFrame *pstFrame, int iAbs);
+/* The deferred value at iAbs when it is one; null for a real value or a failed frame. */
+const SysdtTapeRec *SysdtSpti_DeferredAt(const SysdtCallFrame *pstFrame, int iAbs);
+/* The operations' general paths on a frame whose key, if one waited, is on the tape. */
+void SysdtSpti_GetTableGeneral(SysdtCallFrame *pstFrame, int32_t iPos);
+void SysdtSpti_PopGeneral(SysdtCallFrame *pstFrame, int32_t iCount);
+void SysdtSpti_SetTableGeneral(SysdtCallFrame *pstFrame, int32_t iPos);
+void SysdtSpti_SetFieldGeneral(SysdtCallFrame *pstFrame, int32_t iPos, const char *pcName);
+void SysdtSpti_PushTextGeneral(SysdtCallFrame *pstFrame, const char *pcText, uint32_t uiLen);
+
+/* ---- the tape's general paths (sysdt_spti_defer.cpp) ---- */
 
 /* Appends a record (and room for uiExtra more after it) and makes it the top deferred value when
  * bValue; null when the frame failed or could not get memory (it is then failed). */
