@@ -27,7 +27,7 @@ int HandOver(SysdtCallFrame *pstFrame, uint32_t uiResults)
 }
 
 /* Runs a script function on a fresh frame with no unit of work around it. */
-int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
+[[gnu::always_inline]] inline int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
 {
     SysdtCallFrame stFrame;
     SysdtSpti_InitFrame(&stFrame, L, iArgs, iArgs + LUA_MINSTACK);

@@ -47,6 +47,10 @@ size_t ChunkBytes(uint32_t uiCap)
 bool NextChunk(SysdtCallFrame *pstFrame, uint32_t uiNeed)
 {
     SysdtTapeChunk *pstCur = pstFrame->pstChunk;
+    if (pstCur == &pstFrame->stInline) {
+        pstCur->pstRecs = pstFrame->astInlineRecs;
+        pstCur->uiCap = kSysdtInlineRecs;
+    }
     pstCur->uiUsed = static_cast<uint32_t>(pstFrame->pstNext - pstCur->pstRecs);
     SysdtTapeChunk *pstNext = pstCur->pstNext;
     if (pstNext == nullptr || pstNext->uiCap < uiNeed) {
@@ -198,7 +202,8 @@ int ReplayWork(lua_State *L, void *pCtx)
     if (lua_checkstack(L, pstFrame->iSlotCap + 2 * kSysdtReserve) == 0) {
         return luaL_error(L, "%s", kStackOverflow);
     }
-    pstFrame->pstChunk->uiUsed = static_cast<uint32_t>(pstFrame->pstNext - pstFrame->pstChunk->pstRecs);
+    pstFrame->stInline.pstRecs = pstFrame->astInlineRecs;
+    pstFrame->pstChunk->uiUsed = static_cast<uint32_t>(pstFrame->pstNext - SysdtSpti_ChunkStart(pstFrame));
     for (const SysdtTapeChunk *pstChunk = &pstFrame->stInline;; pstChunk = pstChunk->pstNext) {
         const SysdtTapeRec *pstEnd = pstChunk->pstRecs + pstChunk->uiUsed;
         for (const SysdtTapeRec *pstRec = pstChunk->pstRecs; pstRec < pstEnd;) {
@@ -282,7 +287,7 @@ void SysdtSpti_PopDeferred(SysdtCallFrame *pstFrame, int iCount)
         return;
     }
     SysdtTapeRec *pstFirst = pstFrame->pstNext - iCount;
-    bool bAtEnd = pstFirst >= pstFrame->pstChunk->pstRecs;
+    bool bAtEnd = pstFirst >= SysdtSpti_ChunkStart(pstFrame);
     for (int i = 0; bAtEnd && i < iCount; i++) {
         const SysdtTapeRec *pstRec = pstFrame->ppstSlots[iDeferred - iCount + i];
         bAtEnd = pstRec == pstFirst + i && (pstRec->ucOp == SYSDT_TAPE_INT || pstRec->ucOp == SYSDT_TAPE_NIL);

@@ -148,6 +148,14 @@ inline void SysdtSpti_Moved(SysdtCallFrame *pstFrame, int iDelta, int iTopType)
     pstFrame->bTopRead = false;
 }
 
+/* The first record of the current chunk. The frame's own chunk is told by its address, so that a
+ * call that never leaves it sets up nothing for it. */
+inline SysdtTapeRec *SysdtSpti_ChunkStart(const SysdtCallFrame *pstFrame)
+{
+    return pstFrame->pstChunk == &pstFrame->stInline ? const_cast<SysdtTapeRec *>(pstFrame->astInlineRecs)
+                                                     : pstFrame->pstChunk->pstRecs;
+}
+
 /* Forgets the tape: no value is deferred any more. */
 inline void SysdtSpti_ClearTape(SysdtCallFrame *pstFrame)
 {
@@ -197,17 +205,14 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
     pstFrame->iPlainTable = 0;
     pstFrame->ppstSlots = pstFrame->apstInlineSlots;
     pstFrame->iSlotCap = kSysdtInlineSlots;
-    pstFrame->stInline.pstNext = nullptr;
-    pstFrame->stInline.pstRecs = pstFrame->astInlineRecs;
-    pstFrame->stInline.uiCap = kSysdtInlineRecs;
+    pstFrame->stInline.pstNext = nullptr;               /* its records and size: SysdtSpti_ChunkStart */
     SysdtSpti_ClearTape(pstFrame);
 }
 
 /* Whether the deferred values are numbers and nils only, in the frame's own memory, with their
  * slots on the engine's stack: they can be pushed at once, with no memory and nothing to raise. */
-inline bool SysdtSpti_SimpleResults(SysdtCallFrame *pstFrame)
+inline bool SysdtSpti_SimpleResults(const SysdtCallFrame *pstFrame)
 {
-    SysdtSpti_SpillKey(pstFrame);
     return pstFrame->bSimpleTape && !pstFrame->bHeap && pstFrame->iTop + kSysdtReserve <= pstFrame->iRoom;
 }
 
@@ -215,6 +220,10 @@ inline bool SysdtSpti_SimpleResults(SysdtCallFrame *pstFrame)
 inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
 {
     lua_State *L = pstFrame->L;
+    if (pstFrame->bKeyWaiting) {                        /* the one result, off the tape */
+        lua_pushinteger(L, static_cast<lua_Integer>(pstFrame->uiKey));
+        pstFrame->bKeyWaiting = false;
+    }
     for (const SysdtTapeRec *pstRec = pstFrame->astInlineRecs; pstRec < pstFrame->pstNext; pstRec++) {
         if (pstRec->ucOp == SYSDT_TAPE_INT) {
             lua_pushinteger(L, static_cast<lua_Integer>(pstRec->llValue));
@@ -259,7 +268,7 @@ inline bool SysdtSpti_FuseSet(SysdtCallFrame *pstFrame)
 {
     int iDeferred = SysdtSpti_Deferred(pstFrame);
     if (pstFrame->bFailed || iDeferred < 3 || iDeferred - 2 > 0xFFFF ||
-        pstFrame->pstNext - pstFrame->pstChunk->pstRecs < 2) {
+        pstFrame->pstNext - SysdtSpti_ChunkStart(pstFrame) < 2) {
         return false;
     }
     SysdtTapeRec *pstKey = pstFrame->pstNext - 2;
