@@ -16,10 +16,11 @@
 
 #include "ecm_ctl.h"
 #include "kel_order.h"
+#include "vlanlua_tables.h"
 
 namespace {
 
-constexpr uint32_t kRelationTable = 0x0D49077Du;
+constexpr uint32_t kRelationTable = VLANLUA_TBL_PV_RELATION;
 constexpr int kRelationNum = 4096;
 constexpr uint32_t kVr = 7;
 constexpr uint32_t kVlan = 100;
@@ -98,7 +99,7 @@ function setup_db(path, vr, count, vlan)
   carried[math.floor(vlan / 8) + 1] = 0xFF - 2 ^ (vlan % 8)
   carried = string.char(unpack(carried))
   for i = 1, count do
-    db:insert(0x0D49077D, { [1] = vr, [2] = 0x1000 + i, [3] = carried, [4] = zeros })
+    db:insert('PV_RELATION', { vrId = vr, ifIndex = 0x1000 + i, bitmap1 = carried, bitmap2 = zeros })
   end
   db:bind()
   return db

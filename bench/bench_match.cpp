@@ -22,7 +22,7 @@ int Now(lua_State *L)
 const char *const kScript = R"LUA(
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
-local IF_INFO, DOT1Q, QINQ = 0x083606C0, 0x083606C2, 0x083606C1
+local IF_INFO, DOT1Q, QINQ = "IF_INFO", "DOT1Q_MATCH_SEG", "QINQ_MATCH_SEG"
 local VR = 7
 local db = cfgdb.open(nil, { vr = VR, lr = 1, cdb = 0 })
 db:bind()
@@ -60,8 +60,8 @@ end
 
 -- Walk: 1,000 interfaces of 100 rows each (PE 1..100, one CE range).
 for i = 1, 1000 do
-  db:insert(IF_INFO, { [2] = i, [3] = VR, [4] = 1 })
-  db:insert(QINQ, { [2] = i, [3] = nextseg(), [4] = 1, [5] = 100, [6] = 1, [7] = 1, [9] = VR })
+  db:insert(IF_INFO, { ifIndex = i, vrId = VR, kind = 1 })
+  db:insert(QINQ, { ifIndex = i, segIndex = nextseg(), peBegin = 1, peEnd = 100, ceBegin = 1, ceEnd = 1, vrId = VR })
 end
 local first = best(5, 200, function() page(0, 0, 0, 64) end)
 local last = best(5, 200, function() page(1000, 36, 1, 64) end)
@@ -69,10 +69,10 @@ report("walk: last page / first page (100,000 rows)", first, last, 1.5)
 
 -- Growth: one interface of 8 or 64 records of 512 PE VLANs each, stored in descending order.
 local function grow_iface(ifx, records)
-  db:insert(IF_INFO, { [2] = ifx, [3] = VR, [4] = 1 })
+  db:insert(IF_INFO, { ifIndex = ifx, vrId = VR, kind = 1 })
   for k = records, 1, -1 do
-    db:insert(QINQ, { [2] = ifx, [3] = nextseg(), [4] = (k - 1) * 512 + 1, [5] = k * 512, [6] = 1, [7] = 1,
-      [9] = VR })
+    db:insert(QINQ, { ifIndex = ifx, segIndex = nextseg(), peBegin = (k - 1) * 512 + 1, peEnd = k * 512, ceBegin = 1, ceEnd = 1,
+      vrId = VR })
   end
 end
 grow_iface(2000001, 8)
@@ -86,7 +86,7 @@ report("walk: page over 32,768 rows / over 4,096", small, large, 10)
 local function dot1q_iface(ifx, per_group, groups)
   for g = 1, groups do
     for k = 1, per_group do
-      db:insert(DOT1Q, { [2] = ifx, [3] = nextseg(), [4] = 2 * k, [5] = 2 * k, [6] = g, [7] = VR })
+      db:insert(DOT1Q, { ifIndex = ifx, segIndex = nextseg(), vlanBegin = 2 * k, vlanEnd = 2 * k, groupId = g, vrId = VR })
     end
   end
 end
@@ -96,10 +96,10 @@ local function dot1q_case(ifx)
   return best(5, 100, function()
     assert(lib.VLAN_spt_Dot1QMatchMerge({ ifx, 3, 3, 1, VR, 0, 0, 0 }) == 0)
   end, function()
-    db:delete(DOT1Q, { [2] = ifx, [4] = 2, [6] = 1 })
-    db:delete(DOT1Q, { [2] = ifx, [5] = 4, [6] = 1 })
-    db:insert(DOT1Q, { [2] = ifx, [3] = nextseg(), [4] = 2, [5] = 2, [6] = 1, [7] = VR })
-    db:insert(DOT1Q, { [2] = ifx, [3] = nextseg(), [4] = 4, [5] = 4, [6] = 1, [7] = VR })
+    db:delete(DOT1Q, { ifIndex = ifx, vlanBegin = 2, groupId = 1 })
+    db:delete(DOT1Q, { ifIndex = ifx, vlanEnd = 4, groupId = 1 })
+    db:insert(DOT1Q, { ifIndex = ifx, segIndex = nextseg(), vlanBegin = 2, vlanEnd = 2, groupId = 1, vrId = VR })
+    db:insert(DOT1Q, { ifIndex = ifx, segIndex = nextseg(), vlanBegin = 4, vlanEnd = 4, groupId = 1, vrId = VR })
   end)
 end
 report("Dot1Q merge: 10,000 stored ranges / 10", dot1q_case(10), dot1q_case(11), 3)
@@ -107,8 +107,8 @@ report("Dot1Q merge: 10,000 stored ranges / 10", dot1q_case(10), dot1q_case(11),
 -- QinQ merge: PE 1, 3, 5, ... with CE [1,1]; PE [2,2] fuses PE 1 and 3, then is put back.
 local function qinq_iface(ifx, n)
   for k = 1, n do
-    db:insert(QINQ, { [2] = ifx, [3] = nextseg(), [4] = 2 * k - 1, [5] = 2 * k - 1, [6] = 1, [7] = 1, [8] = 1,
-      [9] = VR })
+    db:insert(QINQ, { ifIndex = ifx, segIndex = nextseg(), peBegin = 2 * k - 1, peEnd = 2 * k - 1, ceBegin = 1, ceEnd = 1, groupId = 1,
+      vrId = VR })
   end
 end
 qinq_iface(20, 500)
@@ -118,11 +118,11 @@ local function qinq_case(ifx)
     local r, merged = lib.VLAN_spt_QinQMatchMerge({ ifx, 0, 2, 2, 1, 1, 0, 1, VR, 0, "" })
     assert(r == 0 and merged == 1)
   end, function()
-    db:delete(QINQ, { [2] = ifx, [4] = 1, [5] = 3 })
-    db:delete(QINQ, { [2] = ifx, [4] = 1, [5] = 1 })
-    db:delete(QINQ, { [2] = ifx, [4] = 3, [5] = 3 })
-    db:insert(QINQ, { [2] = ifx, [3] = nextseg(), [4] = 1, [5] = 1, [6] = 1, [7] = 1, [8] = 1, [9] = VR })
-    db:insert(QINQ, { [2] = ifx, [3] = nextseg(), [4] = 3, [5] = 3, [6] = 1, [7] = 1, [8] = 1, [9] = VR })
+    db:delete(QINQ, { ifIndex = ifx, peBegin = 1, peEnd = 3 })
+    db:delete(QINQ, { ifIndex = ifx, peBegin = 1, peEnd = 1 })
+    db:delete(QINQ, { ifIndex = ifx, peBegin = 3, peEnd = 3 })
+    db:insert(QINQ, { ifIndex = ifx, segIndex = nextseg(), peBegin = 1, peEnd = 1, ceBegin = 1, ceEnd = 1, groupId = 1, vrId = VR })
+    db:insert(QINQ, { ifIndex = ifx, segIndex = nextseg(), peBegin = 3, peEnd = 3, ceBegin = 1, ceEnd = 1, groupId = 1, vrId = VR })
   end)
 end
 report("QinQ merge: 2,000 stored rectangles / 500", qinq_case(20), qinq_case(21), 5)

@@ -13,10 +13,11 @@
 #include "sysdt_lua.h"
 
 #include "ecm_ctl.h"
+#include "vlanlua_tables.h"
 
 namespace {
 
-constexpr uint32_t kIfInfo = 0x083606C0u;
+constexpr uint32_t kIfInfo = VLANLUA_TBL_IF_INFO;
 constexpr uint32_t kRows = 100000;
 constexpr uint32_t kFirstSub = 0x100000;
 constexpr uint32_t kVrId = 7;

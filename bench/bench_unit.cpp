@@ -129,7 +129,7 @@ bool Merge(lua_State *L)
 /* Batches of one-write calls on one in-memory object, units on and off in turn. */
 bool OneWrite(lua_State *L)
 {
-    if (!Open(L, "db", "", true) || !Lua(L, "db:insert(0x08361A12, {[1] = 7, [2] = 0x4000, [3] = 1}); bump(2000)")) {
+    if (!Open(L, "db", "", true) || !Lua(L, "db:insert('QINQ_IF_SPEC', {vrId = 7, mainIfIndex = 0x4000, qinqNum = 1}); bump(2000)")) {
         return false;
     }
     void *pObj = ECM_CAPI_GetObjExt(L);

@@ -23,17 +23,17 @@ const char *const SETUP = R"(
   for i = 1, 1000 do
     local ifIndex = 1000 + i
     if i % 2 == 1 then
-      db:insert(0x08361117, {[1] = ifIndex, [4] = 1, [5] = 1, [6] = 100})
+      db:insert('UVLAN_DOT1Q', {ifIndex = ifIndex, vrId = 1, vlanBegin = 1, vlanEnd = 100})
     else
       seg = seg + 1
-      db:insert(0x083606C0, {[2] = ifIndex, [3] = 1, [4] = 11})
-      db:insert(0x08361118, {[1] = ifIndex, [2] = seg, [4] = 1, [5] = 1, [6] = 10, [7] = 1, [8] = 10})
+      db:insert('IF_INFO', {ifIndex = ifIndex, vrId = 1, kind = 11})
+      db:insert('UVLAN_QINQ_SEG', {ifIndex = ifIndex, segIndex = seg, vrId = 1, ceBegin = 1, ceEnd = 10, peBegin = 1, peEnd = 10})
     end
   end
-  db:insert(0x083606C0, {[2] = 7, [3] = 2, [4] = 11})
-  db:insert(0x08361118, {[1] = 7, [2] = 1, [4] = 2, [5] = 1, [6] = 1000, [7] = 1, [8] = 1000})
-  db:insert(0x083606C0, {[2] = 8, [3] = 3, [4] = 11})
-  db:insert(0x08361118, {[1] = 8, [2] = 1, [4] = 3, [5] = 1, [6] = 1, [7] = 1, [8] = 1000})
+  db:insert('IF_INFO', {ifIndex = 7, vrId = 2, kind = 11})
+  db:insert('UVLAN_QINQ_SEG', {ifIndex = 7, segIndex = 1, vrId = 2, ceBegin = 1, ceEnd = 1000, peBegin = 1, peEnd = 1000})
+  db:insert('IF_INFO', {ifIndex = 8, vrId = 3, kind = 11})
+  db:insert('UVLAN_QINQ_SEG', {ifIndex = 8, segIndex = 1, vrId = 3, ceBegin = 1, ceEnd = 1, peBegin = 1, peEnd = 1000})
   local q = libvlanluaext.VLAN_spt_UserVlanMibQuery
   function page(ifIndex, pe, ce, vr)
     local code, t = q(ifIndex, pe, ce, vr, 64, 0)

@@ -2,7 +2,6 @@
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 
-local IF_INFO, L2SUP_CFG, PWSUP_CFG = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
 local FILE = "probes.db"
 for _, suffix in ipairs({ "", "-wal", "-shm" }) do
   os.remove(FILE .. suffix)
@@ -13,15 +12,15 @@ db:bind()
 print("database " .. FILE .. " opened for VR 7 and bound to this script")
 
 -- Interface 0x1000 with two sub-interfaces; support configuration on some of them.
-db:insert(IF_INFO, { [2] = 0x1000, [3] = 7, [4] = 1, [12] = 0 })
-db:insert(IF_INFO, { [2] = 0x1001, [3] = 7, [4] = 11, [12] = 0x1000 })
-db:insert(IF_INFO, { [2] = 0x1002, [3] = 7, [4] = 11, [12] = 0x1000 })
-db:insert(L2SUP_CFG, { [1] = 0x1001, [3] = 2 })
-db:insert(L2SUP_CFG, { [1] = 0x1002, [3] = 1 })
-db:insert(PWSUP_CFG, { [1] = 7, [2] = 0x1001, [3] = 2 })
-db:insert(PWSUP_CFG, { [1] = 9, [2] = 0x1002, [3] = 2 })
+db:insert("IF_INFO", { ifIndex = 0x1000, vrId = 7, kind = 1, mainIfIndex = 0 })
+db:insert("IF_INFO", { ifIndex = 0x1001, vrId = 7, kind = 11, mainIfIndex = 0x1000 })
+db:insert("IF_INFO", { ifIndex = 0x1002, vrId = 7, kind = 11, mainIfIndex = 0x1000 })
+db:insert("L2SUP_CFG", { ifIndex = 0x1001, supMode = 2 })
+db:insert("L2SUP_CFG", { ifIndex = 0x1002, supMode = 1 })
+db:insert("PWSUP_CFG", { vrId = 7, ifIndex = 0x1001, supMode = 2 })
+db:insert("PWSUP_CFG", { vrId = 9, ifIndex = 0x1002, supMode = 2 })
 print(string.format("IF_INFO %d rows, L2SUP_CFG %d rows, PWSUP_CFG %d rows",
-  db:count(IF_INFO), db:count(L2SUP_CFG), db:count(PWSUP_CFG)))
+  db:count("IF_INFO"), db:count("L2SUP_CFG"), db:count("PWSUP_CFG")))
 
 print("\nmain interface of each sub-interface (result code, main interface):")
 for _, sub in ipairs({ 0x1001, 0x1002, 0x1003 }) do

@@ -4,7 +4,6 @@
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 
-local CTRL_VID_BITMAP, L2_PORT, PV_RELATION = 0x083607EF, 0x0D490804, 0x0D49077D
 local VR = 1
 
 -- A bitmap in script form (a table of bytes) from a list of VLAN IDs, and back.
@@ -44,7 +43,7 @@ local db = cfgdb.open(path, { vr = VR, lr = 1, cdb = 0 })
 db:bind()
 
 local function show_slices(key)
-  for _, row in ipairs(db:rows(CTRL_VID_BITMAP, { [1] = key })) do
+  for _, row in ipairs(db:rows("CTRL_VID_BITMAP", { ctrlKey = key })) do
     print(string.format("    slice %d: VLANs {%s}, full flag %d", row[2], blob_vlans(row[3]), row[5] or 0))
   end
 end
@@ -57,7 +56,7 @@ show_slices(42)
 
 print("-- is VLAN 300 in use on a port of VR " .. VR .. "?")
 local zeros = string.rep("\0", 512)
-db:insert(L2_PORT, { [1] = 0x101, [2] = 1, [6] = VR, [12] = 0 })
+db:insert("L2_PORT", { ifIndex = 0x101, pvid = 1, vrId = VR, negotiation = 0 })
 local carries = {}
 for i = 1, 512 do carries[i] = 0 end
 carries[(300 >> 3) + 1] = 1 << (300 & 7)
@@ -66,7 +65,7 @@ local function answer()
   return c == 0 and "in use" or "free"
 end
 print("  no port carries it: " .. answer())
-db:insert(PV_RELATION, { [1] = VR, [2] = 0x101, [3] = string.char(table.unpack(carries)), [4] = zeros })
+db:insert("PV_RELATION", { vrId = VR, ifIndex = 0x101, bitmap1 = string.char(table.unpack(carries)), bitmap2 = zeros })
 print("  port 0x101 carries it: " .. answer())
 
 db:close()

@@ -3,31 +3,30 @@
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 
-local IF_INFO, DOT1Q, QINQ = 0x083606C0, 0x083606C2, 0x083606C1
 local VR = 1
 local db = cfgdb.open(nil, { vr = VR, lr = 1, cdb = 0 })
 db:bind()
 
 local function show_ranges()
-  for _, r in ipairs(db:rows(DOT1Q)) do
+  for _, r in ipairs(db:rows("DOT1Q_MATCH_SEG")) do
     print(string.format("  Dot1Q  if %d group %d: VLAN %d-%d (segment %d)", r[2], r[6], r[4], r[5], r[3]))
   end
 end
 
 print("Dot1Q: stored 10-19 and 31-40, configuring 20-30")
-db:insert(DOT1Q, { [2] = 101, [3] = 9001, [4] = 10, [5] = 19, [6] = 1, [7] = VR })
-db:insert(DOT1Q, { [2] = 101, [3] = 9002, [4] = 31, [5] = 40, [6] = 1, [7] = VR })
+db:insert("DOT1Q_MATCH_SEG", { ifIndex = 101, segIndex = 9001, vlanBegin = 10, vlanEnd = 19, groupId = 1, vrId = VR })
+db:insert("DOT1Q_MATCH_SEG", { ifIndex = 101, segIndex = 9002, vlanBegin = 31, vlanEnd = 40, groupId = 1, vrId = VR })
 print("  result", lib.VLAN_spt_Dot1QMatchMerge({ 101, 20, 30, 1, VR, 0, 0, 0 }))
 show_ranges()
 
 print("QinQ: stored PE 100 x CE 1-10 and PE 100 x CE 21-30, configuring PE 100 x CE 11-20")
-db:insert(IF_INFO, { [2] = 201, [3] = VR, [4] = 1 })
-db:insert(QINQ, { [2] = 201, [3] = 9101, [4] = 100, [5] = 100, [6] = 1, [7] = 10, [8] = 0, [9] = VR, [10] = 200 })
-db:insert(QINQ, { [2] = 201, [3] = 9102, [4] = 100, [5] = 100, [6] = 21, [7] = 30, [8] = 0, [9] = VR, [10] = 200 })
+db:insert("IF_INFO", { ifIndex = 201, vrId = VR, kind = 1 })
+db:insert("QINQ_MATCH_SEG", { ifIndex = 201, segIndex = 9101, peBegin = 100, peEnd = 100, ceBegin = 1, ceEnd = 10, groupId = 0, vrId = VR, mainIfIndex = 200 })
+db:insert("QINQ_MATCH_SEG", { ifIndex = 201, segIndex = 9102, peBegin = 100, peEnd = 100, ceBegin = 21, ceEnd = 30, groupId = 0, vrId = VR, mainIfIndex = 200 })
 print("  result, merged", lib.VLAN_spt_QinQMatchMerge({ 201, 0, 100, 100, 11, 20, 200, 0, VR, 0, "demo" }))
 print("  a second rectangle PE 101-102 x CE 1-30:",
   lib.VLAN_spt_QinQMatchMerge({ 201, 0, 101, 102, 1, 30, 200, 0, VR, 0, "demo" }))
-for _, r in ipairs(db:rows(QINQ)) do
+for _, r in ipairs(db:rows("QINQ_MATCH_SEG")) do
   print(string.format("  QinQ   if %d: PE %d-%d x CE %d-%d (segment %d)", r[2], r[4], r[5], r[6], r[7], r[3]))
 end
 

@@ -3,17 +3,16 @@
 local cfgdb = require "cfgdb"
 local uv = require "libvlanluaext"
 
-local SEG, BASE, VPN = 0x08361118, 0x08361119, 0x08360535
 local db = cfgdb.open()
 db:bind()
 
 local function show(title)
   print(title)
-  local rows = db:rows(SEG, {[1] = 10})
+  local rows = db:rows("UVLAN_QINQ_SEG", {ifIndex = 10})
   table.sort(rows, function(a, b) if a[7] ~= b[7] then return a[7] < b[7] end return a[5] < b[5] end)
   for _, r in ipairs(rows) do
-    local base = db:rows(BASE, {[2] = r[2]})[1]
-    local vpn = db:rows(VPN, {[2] = r[2]})[1]
+    local base = db:rows("UVLAN_BASE_SVC", {segIndex = r[2]})[1]
+    local vpn = db:rows("UVLAN_VPN_SVC", {segIndex = r[2]})[1]
     print(string.format("  PE %4d-%-4d CE %4d-%-4d  type1=%s type8=%s", r[7], r[8], r[5], r[6],
                         base and base[7] or "-", vpn and vpn[6] or "-"))
   end

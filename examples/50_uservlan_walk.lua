@@ -9,15 +9,15 @@ db:bind()
 
 -- Interface 10: 802.1Q VLANs 10..12 and QinQ PE 100..101 x CE 11; interface 20: QinQ
 -- PE 5..6 x CE 3..4; any-other entries on both. Descriptions on a few entries.
-db:insert(0x08361117, {[1] = 10, [4] = 1, [5] = 10, [6] = 12})
+db:insert("UVLAN_DOT1Q", {ifIndex = 10, vrId = 1, vlanBegin = 10, vlanEnd = 12})
 for _, ifIndex in ipairs({10, 20}) do
-  db:insert(0x083606C0, {[2] = ifIndex, [3] = 1, [4] = 11})
-  db:insert(0x0836117F, {[1] = ifIndex, [5] = 1})
+  db:insert("IF_INFO", {ifIndex = ifIndex, vrId = 1, kind = 11})
+  db:insert("UVLAN_ANYOTHER", {ifIndex = ifIndex, vrId = 1})
 end
-db:insert(0x08361118, {[1] = 10, [2] = 1, [4] = 1, [5] = 11, [6] = 11, [7] = 100, [8] = 101})
-db:insert(0x08361118, {[1] = 20, [2] = 2, [4] = 1, [5] = 3, [6] = 4, [7] = 5, [8] = 6})
-db:insert(0x0836111B, {[1] = 10, [2] = 0, [3] = 11, [4] = "uplink customers", [5] = 1})
-db:insert(0x0836111B, {[1] = 20, [2] = 6, [3] = 4, [4] = "lab rack", [5] = 1})
+db:insert("UVLAN_QINQ_SEG", {ifIndex = 10, segIndex = 1, vrId = 1, ceBegin = 11, ceEnd = 11, peBegin = 100, peEnd = 101})
+db:insert("UVLAN_QINQ_SEG", {ifIndex = 20, segIndex = 2, vrId = 1, ceBegin = 3, ceEnd = 4, peBegin = 5, peEnd = 6})
+db:insert("UVLAN_DESC", {ifIndex = 10, peVlan = 0, ceVlan = 11, description = "uplink customers", vrId = 1})
+db:insert("UVLAN_DESC", {ifIndex = 20, peVlan = 6, ceVlan = 4, description = "lab rack", vrId = 1})
 
 local function walk(title, queryType, pageSize)
   print(title .. string.format(" (pages of %d)", pageSize))

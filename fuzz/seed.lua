@@ -7,9 +7,9 @@ uv = require "libvlanluaext"
 db = cfgdb.open(nil, {vr = 7, lr = 3, cdb = 0})
 db:bind()
 
-local IF_INFO, L2SUP, PWSUP = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
-local STACKMAP, L2PORT, PVREL, IFMPROTO = 0x083607ED, 0x0D490804, 0x0D49077D, 0x0852057B
-local UDOT1Q, UDESC, UANY = 0x08361117, 0x0836111B, 0x0836117F
+local IF_INFO, L2SUP, PWSUP = "IF_INFO", "L2SUP_CFG", "PWSUP_CFG"
+local STACKMAP, L2PORT, PVREL, IFMPROTO = "L2QINQ_STACKMAP", "L2_PORT", "PV_RELATION", "IFM_PROTO"
+local UDOT1Q, UDESC, UANY = "UVLAN_DOT1Q", "UVLAN_DESC", "UVLAN_ANYOTHER"
 
 -- A 512-byte VLAN bitmap holding the given VLAN IDs.
 local function bitmap(ids)
@@ -30,9 +30,9 @@ end
 
 for _, vr in ipairs({7, 1}) do
   local main = vr * 0x1000
-  db:insert(IF_INFO, {[2] = main, [3] = vr, [4] = 1, [12] = 0})
+  db:insert(IF_INFO, {ifIndex = main, vrId = vr, kind = 1, mainIfIndex = 0})
   for sub = 1, 4 do
-    db:insert(IF_INFO, {[2] = main + sub, [3] = vr, [4] = 11, [12] = main})
+    db:insert(IF_INFO, {ifIndex = main + sub, vrId = vr, kind = 11, mainIfIndex = main})
     db:insert(L2SUP, {[1] = main + sub, [3] = sub % 3})
     db:insert(PWSUP, {[1] = vr, [2] = main + sub, [3] = 2})
     db:insert(UDOT1Q, {[1] = main + sub, [4] = vr, [5] = 10 * sub, [6] = 10 * sub + 2})
@@ -72,10 +72,8 @@ assert(db:mem().live == 0, "seed left module memory live")
 -- What every table holds now; restore(table) puts a table back as it was, which is much cheaper
 -- than seeding a new database when the calls wrote to few tables.
 local snapshot = {}
-for _, tid in ipairs({0x08360535, 0x083606C0, 0x083606C1, 0x083606C2, 0x083606CA, 0x083607ED, 0x083607EF,
-                      0x08361117, 0x08361118, 0x08361119, 0x0836111B, 0x0836117F, 0x08361A12, 0x0852057B,
-                      0x0D49077D, 0x0D490804, 0x0D4B04E9, 0x0D4B12D9}) do
-  snapshot[tid] = db:rows(tid)
+for _, tbl in ipairs(cfgdb.tables()) do
+  snapshot[tbl.id] = db:rows(tbl.id)
 end
 
 function restore(tid)

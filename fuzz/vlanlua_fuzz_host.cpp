@@ -17,6 +17,7 @@ extern "C" {
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
 #include "mox_ctl.h"
+#include "vlanlua_tables.h"
 
 /* The eighteen script functions: argument templates and the result shapes of each outcome. */
 const VlanFuzzFunc g_astVlanFuzzFuncs[VLANFUZZ_FUNC_NUM] = {
@@ -42,7 +43,7 @@ const VlanFuzzFunc g_astVlanFuzzFuncs[VLANFUZZ_FUNC_NUM] = {
 
 namespace {
 
-constexpr uint32_t kUserVlanSegTable = 0x08361118u;
+constexpr uint32_t kUserVlanSegTable = VLANLUA_TBL_UVLAN_QINQ_SEG;
 
 bool IsInteger(lua_State *L, int iPos, double dMin, double dMax)
 {

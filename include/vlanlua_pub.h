@@ -1,10 +1,12 @@
 /* Records and identifiers shared by every layer of the VLAN extension module: the per-call
- * context, the message buffer, the field-value list of database writes and the table list. */
+ * context, the message buffer and the field-value list of database writes; the tables themselves
+ * are described in vlanlua_tables.h. */
 #ifndef VLANLUA_PUB_H
 #define VLANLUA_PUB_H
 
 #include <stdint.h>
 #include "ecm_capi.h"
+#include "vlanlua_tables.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -53,25 +55,6 @@ typedef struct {
 #define VLANLUA_BITMAP_LEN   512
 #define VLANLUA_VLAN_MAX     4094
 
-/* Configuration-database tables. */
-#define VLANLUA_TBL_IF_INFO          0x083606C0u
-#define VLANLUA_TBL_L2SUP_CFG        0x0D4B04E9u
-#define VLANLUA_TBL_PWSUP_CFG        0x0D4B12D9u
-#define VLANLUA_TBL_L2QINQ_STACKMAP  0x083607EDu
-#define VLANLUA_TBL_L2_PORT          0x0D490804u
-#define VLANLUA_TBL_PV_RELATION      0x0D49077Du
-#define VLANLUA_TBL_IFM_PROTO        0x0852057Bu
-#define VLANLUA_TBL_CTRL_VID_BITMAP  0x083607EFu
-#define VLANLUA_TBL_DOT1Q_MATCH_SEG  0x083606C2u
-#define VLANLUA_TBL_SEG_INDEX        0x083606CAu
-#define VLANLUA_TBL_QINQ_MATCH_SEG   0x083606C1u
-#define VLANLUA_TBL_QINQ_IF_SPEC     0x08361A12u
-#define VLANLUA_TBL_UVLAN_QINQ_SEG   0x08361118u
-#define VLANLUA_TBL_UVLAN_BASE_SVC   0x08361119u
-#define VLANLUA_TBL_UVLAN_VPN_SVC    0x08360535u
-#define VLANLUA_TBL_UVLAN_DOT1Q      0x08361117u
-#define VLANLUA_TBL_UVLAN_DESC       0x0836111Bu
-#define VLANLUA_TBL_UVLAN_ANYOTHER   0x0836117Fu
 
 /* Appends a newline and one formatted message to the buffer; never beyond 766 characters. */
 void VLANLUA_Write(VLANLUA_LOG_S *pstLog, const char *pcFormat, ...) __attribute__((format(printf, 2, 3)));

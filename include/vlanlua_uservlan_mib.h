@@ -73,14 +73,14 @@ typedef struct {
     KEL_AVL3_TREE_INFO_S stTreeInfo;
 } VLANLUA_UVLAN_PAIRBUF_S;
 
-/* Row of table 0x08361117 as read: interface, first and last VLAN. */
+/* Row of table UVLAN_DOT1Q as read: interface, first and last VLAN. */
 typedef struct {
     uint32_t uiIfIndex;
     uint16_t usVlanBgn;
     uint16_t usVlanEnd;
 } VLANLUA_UVLAN_DOT1QREC_S;
 
-/* Row of table 0x08361118 as read: interface, PE range, CE range. */
+/* Row of table UVLAN_QINQ_SEG as read: interface, PE range, CE range. */
 typedef struct {
     uint32_t uiIfIndex;
     uint16_t usPeBgn;

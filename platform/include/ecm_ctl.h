@@ -36,28 +36,33 @@ extern "C" {
 #define ECM_ERR_INJECTED  0x10Bu  /* failure made on purpose by ECM_CTL_FailCall */
 #define ECM_ERR_BUSY      0x10Cu  /* another writer held the database past the busy timeout */
 
-/* ---- Schema: one description per table, written once as data ---- */
+/* ---- Schema: made from the module's description of its tables (vlanlua_tables.h) ---- */
 
 typedef struct {
     uint8_t ucFieldNo;
     uint8_t ucType;         /* ECM_TYPE_* of ecm_capi.h */
     uint16_t usWidth;       /* bytes */
-    const char *pcName;     /* column name, "f<number>_<meaning>" */
+    const char *pcName;     /* column name in a database file, "f<number>_<meaning>" */
+    const char *pcScriptName;  /* the field's name for scripts, cfgdb and the vlanlua command */
 } ECM_CTL_FIELD_S;
 
 typedef struct {
     uint32_t uiTableId;
-    const char *pcName;     /* SQL table name */
+    const char *pcName;     /* SQL table name, also the table's name for scripts */
     const ECM_CTL_FIELD_S *pstFields;   /* in field-number order */
     uint32_t uiFieldNum;
     uint8_t aucKey[2];      /* key field numbers; the record's identity for set and delete */
     uint32_t uiKeyNum;      /* 0: the table is only read by the module and has no key */
+    const char *pcWhat;     /* what the table holds, in a few words */
 } ECM_CTL_TABLE_S;
 
 /* Byte fields (text, bitmap) hold raw bytes; the others hold an unsigned integer. */
 int ECM_CTL_IsByteType(uint32_t uiType);
 const ECM_CTL_TABLE_S *ECM_CTL_FindTable(uint32_t uiTableId);
 const ECM_CTL_FIELD_S *ECM_CTL_FindField(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFieldNo);
+/* By the names scripts use; null when there is none of that name. */
+const ECM_CTL_TABLE_S *ECM_CTL_FindTableByName(const char *pcName);
+const ECM_CTL_FIELD_S *ECM_CTL_FindFieldByName(const ECM_CTL_TABLE_S *pstTable, const char *pcScriptName);
 /* The schema's tables in identifier order; uiIndex past the end gives null. */
 const ECM_CTL_TABLE_S *ECM_CTL_TableAt(uint32_t uiIndex);
 
@@ -102,7 +107,10 @@ void ECM_CTL_Unbind(void *pState);
  * until the call returns, so calls from other connections (processes, threads) run as if one
  * after the other; reads outside units never wait. A call that cannot get the lock within the
  * busy timeout gets ECM_ERR_BUSY from that operation and from every later one of the call. A
- * commit that fails rolls the call's work back and raises a script error naming the database.
+ * commit that fails rolls the call's work back and raises a script error naming the database; a
+ * call whose results cannot be handed to the script (out of memory, a metamethod raised) is rolled
+ * back whole before its error is raised. Inside an outer unit a call's writes sit in a savepoint of
+ * their own, so such a call takes back its own writes only.
  * Client operations made outside a script call stand alone, each its own transaction.
  * ECM_CTL_UnitBegin opens an outer unit on the object that the calls' units join until
  * ECM_CTL_UnitEnd commits it (bCommit != 0) or rolls it back; outer units nest. Set-up writes
@@ -155,7 +163,7 @@ const char *ECM_CTL_LastError(void *pObj);
 void *ECM_CTL_MemHandle(void *pObj);
 
 /* ---- Journal: the successful writes of the client calls, in call order ----
- * A script call whose unit is rolled back (it raised, or its commit failed) takes its entries out;
+ * A script call whose work is rolled back (it raised, or its commit failed) takes its entries out;
  * ECM_CTL_UnitEnd leaves them, so a rolled-back outer unit still shows what it would have written. */
 
 #define ECM_JOURNAL_INSERT 1u

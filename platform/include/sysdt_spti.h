@@ -34,6 +34,8 @@ void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen);
 void SYSDT_SPTI_PushNil(void *pState);
 void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize);
 void SYSDT_SPTI_SetTable(void *pState, int32_t iPos);
+/* Inside a script call the store may run only when the call's results are handed over, after the
+ * script function returned: pcName must outlive the function (a string literal does). */
 void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName);
 
 /* Registers every entry of the null-terminated table as a function of library pcLib, sets the

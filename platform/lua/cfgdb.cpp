@@ -33,8 +33,16 @@ lua_State *MainThread(lua_State *L)
     return SysdtLua_MainThread(L);
 }
 
+/* A table given by its name or its identifier. */
 const ECM_CTL_TABLE_S *CheckTable(lua_State *L, int iArg)
 {
+    if (lua_type(L, iArg) == LUA_TSTRING) {
+        const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTableByName(lua_tostring(L, iArg));
+        if (pstTable == nullptr) {
+            luaL_error(L, "cfgdb: unknown table %s", lua_tostring(L, iArg));
+        }
+        return pstTable;
+    }
     lua_Integer llTid = SysdtLua_CheckInteger(L, iArg);
     const ECM_CTL_TABLE_S *pstTable =
         (llTid >= 0 && llTid <= 0xFFFFFFFFLL) ? ECM_CTL_FindTable(static_cast<uint32_t>(llTid)) : nullptr;
@@ -53,8 +61,8 @@ bool ReadValue(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_FIEL
     *pstVal = {pstField->ucFieldNo, 0, 0, nullptr};
     if (ECM_CTL_IsByteType(pstField->ucType)) {
         if (lua_type(L, -1) != LUA_TSTRING) {
-            snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants a string, got %s", pstTable->pcName, pstField->pcName,
-                     luaL_typename(L, -1));
+            snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants a string, got %s", pstTable->pcName,
+                     pstField->pcScriptName, luaL_typename(L, -1));
             return false;
         }
         size_t ulLen = 0;
@@ -62,7 +70,7 @@ bool ReadValue(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_FIEL
         pstVal->uiLen = static_cast<uint32_t>(ulLen);
         if (ulLen > pstField->usWidth) {
             snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s takes at most %u bytes, got %zu", pstTable->pcName,
-                     pstField->pcName, pstField->usWidth, ulLen);
+                     pstField->pcScriptName, pstField->usWidth, ulLen);
             return false;
         }
         return true;
@@ -70,21 +78,34 @@ bool ReadValue(lua_State *L, const ECM_CTL_TABLE_S *pstTable, const ECM_CTL_FIEL
     int iIsInt = 0;
     lua_Integer llValue = SysdtLua_ToIntegerX(L, -1, &iIsInt);
     if (!iIsInt || lua_type(L, -1) != LUA_TNUMBER) {
-        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants an integer, got %s", pstTable->pcName, pstField->pcName,
-                 luaL_typename(L, -1));
+        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s wants an integer, got %s", pstTable->pcName,
+                 pstField->pcScriptName, luaL_typename(L, -1));
         return false;
     }
     uint64_t ulMax = (pstField->usWidth >= 8) ? UINT64_MAX : ((1ULL << (8 * pstField->usWidth)) - 1);
     if (llValue < 0 || static_cast<uint64_t>(llValue) > ulMax) {
-        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s value %lld out of range 0..%llu", pstTable->pcName, pstField->pcName,
-                 static_cast<long long>(llValue), static_cast<unsigned long long>(ulMax));
+        snprintf(pcErr, ERR_LEN, "cfgdb: %s.%s value %lld out of range 0..%llu", pstTable->pcName,
+                 pstField->pcScriptName, static_cast<long long>(llValue), static_cast<unsigned long long>(ulMax));
         return false;
     }
     pstVal->ulNum = static_cast<uint64_t>(llValue);
     return true;
 }
 
-/* Reads {[field]=value} at iArg (absent or nil: no values) into pstVals; false with a reason. */
+/* The field a key of a fields table names: its number or its name. */
+const ECM_CTL_FIELD_S *FieldOfKey(lua_State *L, int iKey, const ECM_CTL_TABLE_S *pstTable)
+{
+    if (lua_type(L, iKey) == LUA_TSTRING) {
+        return ECM_CTL_FindFieldByName(pstTable, lua_tostring(L, iKey));
+    }
+    int iIsInt = 0;
+    lua_Integer llField = (lua_type(L, iKey) == LUA_TNUMBER) ? SysdtLua_ToIntegerX(L, iKey, &iIsInt) : 0;
+    return (iIsInt && llField > 0 && llField < 256) ? ECM_CTL_FindField(pstTable, static_cast<uint32_t>(llField))
+                                                    : nullptr;
+}
+
+/* Reads {[field]=value} at iArg (absent or nil: no values) into pstVals; false with a reason. Fields
+ * are given by number or by name. */
 bool ReadFields(lua_State *L, int iArg, const ECM_CTL_TABLE_S *pstTable, std::vector<ECM_CTL_VAL_S> *pvecVals,
                 char *pcErr)
 {
@@ -98,14 +119,11 @@ bool ReadFields(lua_State *L, int iArg, const ECM_CTL_TABLE_S *pstTable, std::ve
     }
     lua_pushnil(L);
     while (lua_next(L, iArg) != 0) {
-        int iIsInt = 0;
-        lua_Integer llField = (lua_type(L, -2) == LUA_TNUMBER) ? SysdtLua_ToIntegerX(L, -2, &iIsInt) : 0;
-        const ECM_CTL_FIELD_S *pstField =
-            (iIsInt && llField > 0 && llField < 256) ? ECM_CTL_FindField(pstTable, static_cast<uint32_t>(llField))
-                                                     : nullptr;
+        const ECM_CTL_FIELD_S *pstField = FieldOfKey(L, -2, pstTable);
         if (pstField == nullptr) {
+            int iKeyType = lua_type(L, -2);
             snprintf(pcErr, ERR_LEN, "cfgdb: %s has no field %s", pstTable->pcName,
-                     lua_type(L, -2) == LUA_TNUMBER ? lua_tostring(L, -2) : luaL_typename(L, -2));
+                     iKeyType == LUA_TNUMBER || iKeyType == LUA_TSTRING ? lua_tostring(L, -2) : luaL_typename(L, -2));
             lua_pop(L, 2);
             return false;
         }
@@ -397,6 +415,69 @@ int Open(lua_State *L)
     return 1;
 }
 
+const char *TypeName(uint32_t uiType)
+{
+    switch (uiType) {
+        case ECM_TYPE_U8: return "u8";
+        case ECM_TYPE_U16: return "u16";
+        case ECM_TYPE_U32: return "u32";
+        case ECM_TYPE_TEXT: return "text";
+        case ECM_TYPE_VRID: return "vr";
+        default: return "bitmap";
+    }
+}
+
+void SetText(lua_State *L, const char *pcKey, const char *pcValue)
+{
+    lua_pushstring(L, pcValue);
+    lua_setfield(L, -2, pcKey);
+}
+
+void PushFieldDesc(lua_State *L, const ECM_CTL_FIELD_S *pstField)
+{
+    lua_createtable(L, 0, 5);
+    SetInt(L, "no", pstField->ucFieldNo);
+    SetText(L, "name", pstField->pcScriptName);
+    SetText(L, "type", TypeName(pstField->ucType));
+    SetInt(L, "width", pstField->usWidth);
+    SetText(L, "column", pstField->pcName);
+}
+
+void PushTableDesc(lua_State *L, const ECM_CTL_TABLE_S *pstTable)
+{
+    lua_createtable(L, 0, 5);
+    SetInt(L, "id", pstTable->uiTableId);
+    SetText(L, "name", pstTable->pcName);
+    SetText(L, "what", pstTable->pcWhat);
+    lua_createtable(L, static_cast<int>(pstTable->uiKeyNum), 0);
+    for (uint32_t k = 0; k < pstTable->uiKeyNum; k++) {
+        lua_pushstring(L, ECM_CTL_FindField(pstTable, pstTable->aucKey[k])->pcScriptName);
+        lua_rawseti(L, -2, static_cast<int>(k) + 1);
+    }
+    lua_setfield(L, -2, "key");
+    lua_createtable(L, static_cast<int>(pstTable->uiFieldNum), 0);
+    for (uint32_t f = 0; f < pstTable->uiFieldNum; f++) {
+        PushFieldDesc(L, &pstTable->pstFields[f]);
+        lua_rawseti(L, -2, static_cast<int>(f) + 1);
+    }
+    lua_setfield(L, -2, "fields");
+}
+
+/* cfgdb.tables(): every table of the schema in identifier order, each also under its name:
+ * {id, name, what, key = {names}, fields = {{no, name, type, width, column}, ...}}. */
+int Tables(lua_State *L)
+{
+    lua_newtable(L);
+    for (uint32_t i = 0; ECM_CTL_TableAt(i) != nullptr; i++) {
+        const ECM_CTL_TABLE_S *pstTable = ECM_CTL_TableAt(i);
+        PushTableDesc(L, pstTable);
+        lua_pushvalue(L, -1);
+        lua_setfield(L, -3, pstTable->pcName);
+        lua_rawseti(L, -2, static_cast<int>(i) + 1);
+    }
+    return 1;
+}
+
 int Unbind(lua_State *L)
 {
     ECM_CTL_Unbind(MainThread(L));
@@ -409,7 +490,7 @@ const luaL_Reg g_astMethods[] = {
     {"fail_alloc", DbFailAlloc}, {"fail_call", DbFailCall}, {"transaction", DbTransaction},
     {"dry_run", DbDryRun},  {nullptr, nullptr}};
 
-const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {nullptr, nullptr}};
+const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {"tables", Tables}, {nullptr, nullptr}};
 
 }  // namespace
 

@@ -314,6 +314,9 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
     EcmWriteVal astVals[ECM_SELECT_MAX];
     bool bNeedKey = pstTable->uiKeyNum != 0;  /* an insert into an unkeyed table names no key */
     uint32_t uiRet = CheckWriteList(pstTable, pstFields, uiNum, bNeedKey, eKind == WRITE_DELETE, astVals);
+    if (uiRet == ECM_OK) {
+        uiRet = Ecm_JoinCallWrite(pstDb);
+    }
     if (uiRet != ECM_OK) {
         return uiRet;
     }
@@ -438,6 +441,10 @@ extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t
     }
     if (uiCount == 0 || puiIndex == nullptr) {
         return ECM_ERR_PARAM;
+    }
+    uint32_t uiJoin = Ecm_JoinCallWrite(pstDb);
+    if (uiJoin != ECM_OK) {
+        return uiJoin;
     }
     return Ecm_CallOutcome(pstDb, Ecm_NextIndex(pstDb, pstTable, uiCount, puiIndex));
 }

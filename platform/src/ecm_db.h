@@ -70,6 +70,7 @@ enum EcmCallUnit : uint8_t {
     ECM_UNIT_LOCKED,    /* the call runs again in a transaction that holds the lock throughout */
     ECM_UNIT_VOID,      /* another writer got the lock first: the call's operations fail, it runs again */
     ECM_UNIT_BUSY,      /* the call could not get the database in time: its operations fail */
+    ECM_UNIT_NESTED,    /* inside an outer unit, the call's writes sit in a savepoint of its own */
 };
 
 struct EcmDb {
@@ -92,7 +93,7 @@ struct EcmDb {
     EcmDb *pNextInCall = nullptr;   /* the other objects whose unit the same call opened */
     uint32_t uiUnitJournal = 0;     /* journal length when the call's unit opened */
     uint32_t uiOuterDepth = 0;      /* nested ECM_CTL_UnitBegin not yet ended */
-    sqlite3_stmt *apUnitStmts[4] = {};  /* the statements that begin and end a call's unit, prepared once */
+    sqlite3_stmt *apUnitStmts[7] = {};  /* the statements that begin and end a call's unit, prepared once */
 };
 
 /* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
@@ -123,6 +124,10 @@ bool Ecm_TripFault(EcmDb *pstDb);
 /* Inside a script call, makes the object's work part of the call's unit, opening it on the first
  * operation; outside a call every operation stands alone. ECM_OK, or the code the operation fails with. */
 uint32_t Ecm_JoinCallUnit(EcmDb *pstDb);
+/* Before a write of a script call inside an outer unit: the call's first write opens a savepoint of
+ * its own, so that a call that fails takes back its writes and nothing else. ECM_OK, or the code
+ * the write fails with. */
+uint32_t Ecm_JoinCallWrite(EcmDb *pstDb);
 /* What a client operation answers inside a call: a write that lost the race for the lock makes
  * the call's work void (ECM_ERR_BUSY, and the call runs again); anything else stands. */
 uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet);

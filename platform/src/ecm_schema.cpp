@@ -1,113 +1,77 @@
-/* The configuration database's schema: every table the module reads or writes, its fields with
- * type code and width, its key and the indexes its queries need. Data only. */
+/* The configuration database's schema: every table the module reads or writes with its fields and
+ * key, made from the module's description (vlanlua_tables.h), and the indexes its queries need. */
 #include <stddef.h>
+#include <string.h>
+
+#include <algorithm>
+#include <array>
 
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
 #include "ecm_db.h"
+#include "vlanlua_tables.h"
 
 namespace {
 
-constexpr uint8_t U8 = ECM_TYPE_U8;
-constexpr uint8_t U16 = ECM_TYPE_U16;
-constexpr uint8_t U32 = ECM_TYPE_U32;
-constexpr uint8_t TXT = ECM_TYPE_TEXT;
-constexpr uint8_t VR = ECM_TYPE_VRID;
-constexpr uint8_t BMP = ECM_TYPE_BITMAP;
+/* ---- the tables, as vlanlua_tables.h describes them ---- */
 
-const ECM_CTL_FIELD_S g_astIfInfo[] = {
-    {2, U32, 4, "f2_ifindex"}, {3, VR, 4, "f3_vrid"}, {4, U32, 4, "f4_kind"}, {12, U32, 4, "f12_main_ifindex"}};
-const ECM_CTL_FIELD_S g_astL2Sup[] = {{1, U32, 4, "f1_ifindex"}, {3, U32, 4, "f3_sup_mode"}};
-const ECM_CTL_FIELD_S g_astPwSup[] = {
-    {1, VR, 4, "f1_vrid"}, {2, U32, 4, "f2_ifindex"}, {3, U32, 4, "f3_sup_mode"}};
-const ECM_CTL_FIELD_S g_astStackMap[] = {{5, U16, 2, "f5_vlan"}, {7, VR, 4, "f7_vrid"}};
-const ECM_CTL_FIELD_S g_astL2Port[] = {
-    {1, U32, 4, "f1_ifindex"}, {2, U16, 2, "f2_pvid"}, {6, VR, 4, "f6_vrid"}, {12, U8, 1, "f12_negotiation"}};
-const ECM_CTL_FIELD_S g_astPvRelation[] = {
-    {1, VR, 4, "f1_vrid"}, {2, U32, 4, "f2_ifindex"}, {3, BMP, 512, "f3_bitmap1"}, {4, BMP, 512, "f4_bitmap2"}};
-const ECM_CTL_FIELD_S g_astIfmProto[] = {
-    {1, U32, 4, "f1_ifindex"}, {2, U8, 1, "f2_proto"}, {3, U8, 1, "f3_subcode"}, {5, U32, 4, "f5_key"}};
-const ECM_CTL_FIELD_S g_astCtrlVid[] = {{1, U32, 4, "f1_ctrl_key"}, {2, U32, 4, "f2_slice"},
-                                        {3, BMP, 512, "f3_bitmap"},  {4, VR, 4, "f4_vrid"},
-                                        {5, U8, 1, "f5_full"}};
-const ECM_CTL_FIELD_S g_astDot1qSeg[] = {
-    {1, U32, 4, "f1_attr1"},     {2, U32, 4, "f2_ifindex"},  {3, U32, 4, "f3_seg_index"}, {4, U16, 2, "f4_vlan_begin"},
-    {5, U16, 2, "f5_vlan_end"},  {6, U8, 1, "f6_group_id"},  {7, VR, 4, "f7_vrid"},       {8, U32, 4, "f8_attr8"},
-    {9, U32, 4, "f9_attr9"},     {10, U8, 1, "f10_attr10"}};
-const ECM_CTL_FIELD_S g_astSegIndex[] = {{1, U32, 4, "f1_seg_index"}, {2, VR, 4, "f2_vrid"}};
-const ECM_CTL_FIELD_S g_astQinqSeg[] = {
-    {1, U32, 4, "f1_attr1"},       {2, U32, 4, "f2_ifindex"},        {3, U32, 4, "f3_seg_index"},
-    {4, U16, 2, "f4_pe_begin"},    {5, U16, 2, "f5_pe_end"},         {6, U16, 2, "f6_ce_begin"},
-    {7, U16, 2, "f7_ce_end"},      {8, U8, 1, "f8_group_id"},        {9, VR, 4, "f9_vrid"},
-    {10, U32, 4, "f10_main_ifindex"}, {11, U32, 4, "f11_up_id"},     {12, TXT, 64, "f12_key_name"}};
-const ECM_CTL_FIELD_S g_astQinqIfSpec[] = {
-    {1, VR, 4, "f1_vrid"}, {2, U32, 4, "f2_main_ifindex"}, {3, U32, 4, "f3_qinq_num"}};
-const ECM_CTL_FIELD_S g_astUvlanQinqSeg[] = {
-    {1, U32, 4, "f1_ifindex"},  {2, U32, 4, "f2_seg_index"}, {3, U32, 4, "f3_key_b"}, {4, VR, 4, "f4_vrid"},
-    {5, U16, 2, "f5_ce_begin"}, {6, U16, 2, "f6_ce_end"},    {7, U16, 2, "f7_pe_begin"},
-    {8, U16, 2, "f8_pe_end"},   {9, U32, 4, "f9_key_a"},     {10, U32, 4, "f10_up_id"},
-    {11, TXT, 64, "f11_key_name"}};
-const ECM_CTL_FIELD_S g_astBaseSvc[] = {
-    {1, U32, 4, "f1_ifindex"}, {2, U32, 4, "f2_seg_index"}, {3, U32, 4, "f3_key_b"}, {4, U32, 4, "f4_key_a"},
-    {5, VR, 4, "f5_vrid"},     {6, U32, 4, "f6_svc16"},     {7, U32, 4, "f7_svc1"},  {8, U32, 4, "f8_svc2"},
-    {9, U32, 4, "f9_svc3"},    {10, U32, 4, "f10_svc4"},    {11, U32, 4, "f11_svc5"}, {12, U32, 4, "f12_svc6"},
-    {13, U32, 4, "f13_svc7"}};
-const ECM_CTL_FIELD_S g_astVpnSvc[] = {
-    {1, U32, 4, "f1_ifindex"}, {2, U32, 4, "f2_seg_index"}, {3, U32, 4, "f3_key_b"},  {4, U32, 4, "f4_key_a"},
-    {5, VR, 4, "f5_vrid"},     {6, U32, 4, "f6_svc8"},      {7, U32, 4, "f7_svc9"},   {8, U32, 4, "f8_svc10"},
-    {9, U32, 4, "f9_svc11"},   {10, U32, 4, "f10_svc12"},   {11, U32, 4, "f11_svc13"}, {12, U32, 4, "f12_svc14"},
-    {13, U32, 4, "f13_svc15"}};
-const ECM_CTL_FIELD_S g_astUvlanDot1q[] = {
-    {1, U32, 4, "f1_ifindex"}, {2, U32, 4, "f2_attr2"},       {3, U32, 4, "f3_attr3"},
-    {4, VR, 4, "f4_vrid"},     {5, U16, 2, "f5_vlan_begin"},  {6, U16, 2, "f6_vlan_end"}};
-const ECM_CTL_FIELD_S g_astUvlanDesc[] = {{1, U32, 4, "f1_ifindex"},
-                                          {2, U16, 2, "f2_pe_vlan"},
-                                          {3, U16, 2, "f3_ce_vlan"},
-                                          {4, TXT, 129, "f4_description"},
-                                          {5, VR, 4, "f5_vrid"}};
-const ECM_CTL_FIELD_S g_astUvlanAnyOther[] = {{1, U32, 4, "f1_ifindex"}, {5, VR, 4, "f5_vrid"}};
+#define ECM_FIELD_(T, no, name, type, width, column) {no, ECM_TYPE_##type, width, column, #name},
+#define ECM_FIELD_LIST_(T, uiId, pcWhat) const ECM_CTL_FIELD_S g_ast##T##Fields[] = {VLANLUA_FIELDS_##T(ECM_FIELD_, T)};
+VLANLUA_TABLE_LIST(ECM_FIELD_LIST_)
 
-#define ECM_FIELDS(a) a, sizeof(a) / sizeof((a)[0])
+#define ECM_KEY_FIELD_(T, name) VLANLUA_FLD_##T##_##name,
+#define ECM_KEY_COUNT_(T, name) +1
+#define ECM_TABLE_(T, uiId, pcWhat)                                                                   \
+    {VLANLUA_TBL_##T, #T, g_ast##T##Fields, sizeof(g_ast##T##Fields) / sizeof(g_ast##T##Fields[0]), \
+     {VLANLUA_KEY_##T(ECM_KEY_FIELD_, T)}, 0 VLANLUA_KEY_##T(ECM_KEY_COUNT_, T), pcWhat},
+constexpr ECM_CTL_TABLE_S g_astListed[] = {VLANLUA_TABLE_LIST(ECM_TABLE_)};
+constexpr uint32_t TABLE_NUM = sizeof(g_astListed) / sizeof(g_astListed[0]);
 
 /* Sorted by identifier for the binary search of ECM_CTL_FindTable. */
-const ECM_CTL_TABLE_S g_astTables[] = {
-    {0x08360535u, "UVLAN_VPN_SVC", ECM_FIELDS(g_astVpnSvc), {2, 0}, 1},
-    {0x083606C0u, "IF_INFO", ECM_FIELDS(g_astIfInfo), {0, 0}, 0},
-    {0x083606C1u, "QINQ_MATCH_SEG", ECM_FIELDS(g_astQinqSeg), {2, 3}, 2},
-    {0x083606C2u, "DOT1Q_MATCH_SEG", ECM_FIELDS(g_astDot1qSeg), {2, 3}, 2},
-    {0x083606CAu, "SEG_INDEX", ECM_FIELDS(g_astSegIndex), {1, 0}, 1},
-    {0x083607EDu, "L2QINQ_STACKMAP", ECM_FIELDS(g_astStackMap), {0, 0}, 0},
-    {0x083607EFu, "CTRL_VID_BITMAP", ECM_FIELDS(g_astCtrlVid), {1, 2}, 2},
-    {0x08361117u, "UVLAN_DOT1Q", ECM_FIELDS(g_astUvlanDot1q), {0, 0}, 0},
-    {0x08361118u, "UVLAN_QINQ_SEG", ECM_FIELDS(g_astUvlanQinqSeg), {1, 2}, 2},
-    {0x08361119u, "UVLAN_BASE_SVC", ECM_FIELDS(g_astBaseSvc), {2, 0}, 1},
-    {0x0836111Bu, "UVLAN_DESC", ECM_FIELDS(g_astUvlanDesc), {0, 0}, 0},
-    {0x0836117Fu, "UVLAN_ANYOTHER", ECM_FIELDS(g_astUvlanAnyOther), {0, 0}, 0},
-    {0x08361A12u, "QINQ_IF_SPEC", ECM_FIELDS(g_astQinqIfSpec), {1, 2}, 2},
-    {0x0852057Bu, "IFM_PROTO", ECM_FIELDS(g_astIfmProto), {0, 0}, 0},
-    {0x0D49077Du, "PV_RELATION", ECM_FIELDS(g_astPvRelation), {0, 0}, 0},
-    {0x0D490804u, "L2_PORT", ECM_FIELDS(g_astL2Port), {0, 0}, 0},
-    {0x0D4B04E9u, "L2SUP_CFG", ECM_FIELDS(g_astL2Sup), {0, 0}, 0},
-    {0x0D4B12D9u, "PWSUP_CFG", ECM_FIELDS(g_astPwSup), {0, 0}, 0},
-};
-constexpr uint32_t TABLE_NUM = sizeof(g_astTables) / sizeof(g_astTables[0]);
-static_assert(TABLE_NUM == 18, "one entry per table of the configuration");
+constexpr std::array<ECM_CTL_TABLE_S, TABLE_NUM> SortedById()
+{
+    std::array<ECM_CTL_TABLE_S, TABLE_NUM> astTables{};
+    std::copy(std::begin(g_astListed), std::end(g_astListed), astTables.begin());
+    std::sort(astTables.begin(), astTables.end(),
+              [](const ECM_CTL_TABLE_S &a, const ECM_CTL_TABLE_S &b) { return a.uiTableId < b.uiTableId; });
+    return astTables;
+}
+constexpr std::array<ECM_CTL_TABLE_S, TABLE_NUM> g_astTables = SortedById();
+
+/* A field of a table by its names in vlanlua_tables.h. */
+#define ECM_FLD(T, name) VLANLUA_FLD_##T##_##name
 
 /* Indexes beyond the key: the columns the module's conditions and sorts use, equalities first. */
 const EcmIndexDef g_astIndexes[] = {
-    {0x083606C0u, {2}, 1},        {0x083606C0u, {3, 4, 2}, 3}, {0x0D4B04E9u, {1}, 1},
-    {0x0D4B12D9u, {1, 2}, 2},     {0x083607EDu, {5, 7}, 2},    {0x0D490804u, {1}, 1},
-    {0x0D490804u, {6, 2}, 2},     {0x0D49077Du, {1}, 1},       {0x0852057Bu, {1, 2}, 2},
-    {0x083606C2u, {2, 6}, 2},     {0x083606C2u, {2, 5, 6}, 3}, {0x083606C2u, {2, 4, 6}, 3},
-    {0x083606C1u, {10, 9}, 2},    {0x083606C1u, {9, 2}, 2},
-    {0x08361118u, {4, 1}, 2},     {0x08361117u, {1, 4}, 2},    {0x08361117u, {4, 1}, 2},
-    {0x0836111Bu, {5, 1}, 2},     {0x0836117Fu, {5, 1}, 2},
+    {VLANLUA_TBL_IF_INFO, {ECM_FLD(IF_INFO, ifIndex)}, 1},
+    {VLANLUA_TBL_IF_INFO, {ECM_FLD(IF_INFO, vrId), ECM_FLD(IF_INFO, kind), ECM_FLD(IF_INFO, ifIndex)}, 3},
+    {VLANLUA_TBL_L2SUP_CFG, {ECM_FLD(L2SUP_CFG, ifIndex)}, 1},
+    {VLANLUA_TBL_PWSUP_CFG, {ECM_FLD(PWSUP_CFG, vrId), ECM_FLD(PWSUP_CFG, ifIndex)}, 2},
+    {VLANLUA_TBL_L2QINQ_STACKMAP, {ECM_FLD(L2QINQ_STACKMAP, vlanId), ECM_FLD(L2QINQ_STACKMAP, vrId)}, 2},
+    {VLANLUA_TBL_L2_PORT, {ECM_FLD(L2_PORT, ifIndex)}, 1},
+    {VLANLUA_TBL_L2_PORT, {ECM_FLD(L2_PORT, vrId), ECM_FLD(L2_PORT, pvid)}, 2},
+    {VLANLUA_TBL_PV_RELATION, {ECM_FLD(PV_RELATION, vrId)}, 1},
+    {VLANLUA_TBL_IFM_PROTO, {ECM_FLD(IFM_PROTO, ifIndex), ECM_FLD(IFM_PROTO, protocol)}, 2},
+    {VLANLUA_TBL_DOT1Q_MATCH_SEG, {ECM_FLD(DOT1Q_MATCH_SEG, ifIndex), ECM_FLD(DOT1Q_MATCH_SEG, groupId)}, 2},
+    {VLANLUA_TBL_DOT1Q_MATCH_SEG,
+     {ECM_FLD(DOT1Q_MATCH_SEG, ifIndex), ECM_FLD(DOT1Q_MATCH_SEG, vlanEnd), ECM_FLD(DOT1Q_MATCH_SEG, groupId)}, 3},
+    {VLANLUA_TBL_DOT1Q_MATCH_SEG,
+     {ECM_FLD(DOT1Q_MATCH_SEG, ifIndex), ECM_FLD(DOT1Q_MATCH_SEG, vlanBegin), ECM_FLD(DOT1Q_MATCH_SEG, groupId)}, 3},
+    {VLANLUA_TBL_QINQ_MATCH_SEG, {ECM_FLD(QINQ_MATCH_SEG, mainIfIndex), ECM_FLD(QINQ_MATCH_SEG, vrId)}, 2},
+    {VLANLUA_TBL_QINQ_MATCH_SEG, {ECM_FLD(QINQ_MATCH_SEG, vrId), ECM_FLD(QINQ_MATCH_SEG, ifIndex)}, 2},
+    {VLANLUA_TBL_UVLAN_QINQ_SEG, {ECM_FLD(UVLAN_QINQ_SEG, vrId), ECM_FLD(UVLAN_QINQ_SEG, ifIndex)}, 2},
+    {VLANLUA_TBL_UVLAN_DOT1Q, {ECM_FLD(UVLAN_DOT1Q, ifIndex), ECM_FLD(UVLAN_DOT1Q, vrId)}, 2},
+    {VLANLUA_TBL_UVLAN_DOT1Q, {ECM_FLD(UVLAN_DOT1Q, vrId), ECM_FLD(UVLAN_DOT1Q, ifIndex)}, 2},
+    {VLANLUA_TBL_UVLAN_DESC, {ECM_FLD(UVLAN_DESC, vrId), ECM_FLD(UVLAN_DESC, ifIndex)}, 2},
+    {VLANLUA_TBL_UVLAN_ANYOTHER, {ECM_FLD(UVLAN_ANYOTHER, vrId), ECM_FLD(UVLAN_ANYOTHER, ifIndex)}, 2},
 };
 
 /* Interface, PE range, CE range of the segment tables: their reads ask which stored rectangles of
  * one interface overlap a given one. */
 const EcmSpatialDef g_astSpatial[] = {
-    {0x08361118u, {1, 7, 5}, {1, 8, 6}, 3},
+    {VLANLUA_TBL_UVLAN_QINQ_SEG,
+     {ECM_FLD(UVLAN_QINQ_SEG, ifIndex), ECM_FLD(UVLAN_QINQ_SEG, peBegin), ECM_FLD(UVLAN_QINQ_SEG, ceBegin)},
+     {ECM_FLD(UVLAN_QINQ_SEG, ifIndex), ECM_FLD(UVLAN_QINQ_SEG, peEnd), ECM_FLD(UVLAN_QINQ_SEG, ceEnd)}, 3},
 };
 
 }  // namespace
@@ -136,6 +100,26 @@ extern "C" const ECM_CTL_FIELD_S *ECM_CTL_FindField(const ECM_CTL_TABLE_S *pstTa
 {
     for (uint32_t i = 0; pstTable != nullptr && i < pstTable->uiFieldNum; i++) {
         if (pstTable->pstFields[i].ucFieldNo == uiFieldNo) {
+            return &pstTable->pstFields[i];
+        }
+    }
+    return nullptr;
+}
+
+extern "C" const ECM_CTL_TABLE_S *ECM_CTL_FindTableByName(const char *pcName)
+{
+    for (const ECM_CTL_TABLE_S &stTable : g_astTables) {
+        if (pcName != nullptr && strcmp(stTable.pcName, pcName) == 0) {
+            return &stTable;
+        }
+    }
+    return nullptr;
+}
+
+extern "C" const ECM_CTL_FIELD_S *ECM_CTL_FindFieldByName(const ECM_CTL_TABLE_S *pstTable, const char *pcScriptName)
+{
+    for (uint32_t i = 0; pstTable != nullptr && pcScriptName != nullptr && i < pstTable->uiFieldNum; i++) {
+        if (strcmp(pstTable->pstFields[i].pcScriptName, pcScriptName) == 0) {
             return &pstTable->pstFields[i];
         }
     }

@@ -10,9 +10,11 @@
  * later operation of the call fails at once, the unit is rolled back when the call returns, and
  * the script stack runs the call again, this time in a transaction begun IMMEDIATE, which waits
  * for the lock up to the busy timeout and holds it from the first read. The objects whose units
- * the running call opened form a list per thread; the call's end commits them. A call that
- * raised never reaches its end: the next call on the thread, or the next control operation on
- * the object, rolls its units back. Inside an outer unit a call opens nothing: its work joins. */
+ * the running call opened form a list per thread; the call's end commits them, or rolls them back
+ * when the call failed. The script stack ends every call it runs, whatever happens in it; only a
+ * script function that raises by itself, around the script stack, can leave units open: the next
+ * call on the thread, or the next control operation on the object, rolls them back. Inside an
+ * outer unit a call opens nothing: its work joins. */
 #include <sqlite3.h>
 
 #include <string>
@@ -27,14 +29,18 @@ namespace {
 thread_local void *tls_pCallState = nullptr;   /* the state of the script call running here */
 thread_local EcmDb *tls_pCallUnits = nullptr;  /* objects on which that call opened a unit */
 thread_local bool tls_bRunAgain = false;       /* the call runs again, holding the lock from the start */
+thread_local uint32_t tls_uiNested = 0;        /* calls running inside the running call */
 thread_local std::string tls_strWhy;           /* why the last call's commit failed */
 
-enum UnitStmt { UNIT_BEGIN, UNIT_BEGIN_IMMEDIATE, UNIT_COMMIT, UNIT_ROLLBACK };
+enum UnitStmt { UNIT_BEGIN, UNIT_BEGIN_IMMEDIATE, UNIT_COMMIT, UNIT_ROLLBACK, UNIT_SAVE, UNIT_RELEASE, UNIT_UNDO };
 
-/* Runs BEGIN, BEGIN IMMEDIATE, COMMIT or ROLLBACK from a statement prepared once per object. */
+/* Runs one statement of a call's unit, prepared once per object. */
 int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
 {
-    static const char *const apcSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK"};
+    static const char *const apcSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK", "SAVEPOINT ecm_call",
+                                         "RELEASE ecm_call", "ROLLBACK TO ecm_call"};
+    static_assert(sizeof(apcSql) / sizeof(apcSql[0]) == sizeof(EcmDb::apUnitStmts) / sizeof(sqlite3_stmt *),
+                  "one prepared statement per kind");
     sqlite3_stmt *&pStmt = pstDb->apUnitStmts[eStmt];
     if (pStmt == nullptr) {
         int iRc = sqlite3_prepare_v3(pstDb->pDb, apcSql[eStmt], -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr);
@@ -64,7 +70,10 @@ void RollBack(EcmDb *pstDb)
     if (pstDb->eCallUnit == ECM_UNIT_NONE) {
         return;
     }
-    if (InTransaction(pstDb)) {  /* SQLite may have rolled it back itself on an I/O error */
+    if (InTransaction(pstDb) && pstDb->eCallUnit == ECM_UNIT_NESTED) {
+        (void)RunUnitStmt(pstDb, UNIT_UNDO);
+        (void)RunUnitStmt(pstDb, UNIT_RELEASE);
+    } else if (InTransaction(pstDb)) {  /* SQLite may have rolled it back itself on an I/O error */
         (void)RunUnitStmt(pstDb, UNIT_ROLLBACK);
     }
     if (pstDb->vecJournal.size() > pstDb->uiUnitJournal) {
@@ -89,14 +98,15 @@ void RollBackLeftUnits()
  * gone before the commit. */
 bool Commit(EcmDb *pstDb, bool bKeepWhy)
 {
-    if (pstDb->eCallUnit != ECM_UNIT_OPEN && pstDb->eCallUnit != ECM_UNIT_LOCKED) {
+    bool bNested = pstDb->eCallUnit == ECM_UNIT_NESTED;
+    if (pstDb->eCallUnit != ECM_UNIT_OPEN && pstDb->eCallUnit != ECM_UNIT_LOCKED && !bNested) {
         RollBack(pstDb);  /* a call that never got the lock wrote nothing */
         return true;
     }
     const char *pcWhy = nullptr;
     if (!InTransaction(pstDb)) {
         pcWhy = pstDb->strLastError.c_str();
-    } else if (RunUnitStmt(pstDb, UNIT_COMMIT) != SQLITE_OK) {
+    } else if (RunUnitStmt(pstDb, bNested ? UNIT_RELEASE : UNIT_COMMIT) != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         pcWhy = pstDb->strLastError.c_str();
     }
@@ -136,11 +146,16 @@ uint32_t OpenCallUnit(EcmDb *pstDb)
 
 /* ---- Boundaries of a script call ---- */
 
-void Ecm_CallEnter(void *pState)
+void Ecm_CallEnter(void *pState, bool bNested)
 {
+    if (bNested && tls_pCallState != nullptr) {
+        tls_uiNested++;
+        return;
+    }
     if (tls_pCallUnits != nullptr) {
         RollBackLeftUnits();
     }
+    tls_uiNested = 0;
     tls_pCallState = pState;
 }
 
@@ -155,15 +170,29 @@ static bool CallIsVoid()
     return false;
 }
 
-EcmCallEnd Ecm_CallLeave(const char **ppcWhy)
+bool Ecm_CallLostRace()
 {
-    tls_pCallState = nullptr;
-    if (CallIsVoid()) {
-        RollBackLeftUnits();
-        tls_bRunAgain = true;
-        return ECM_CALL_AGAIN;
+    if (tls_uiNested != 0 || !CallIsVoid()) {
+        return false;
     }
+    RollBackLeftUnits();
+    tls_bRunAgain = true;
+    return true;
+}
+
+bool Ecm_CallLeave(bool bCommit, const char **ppcWhy)
+{
+    *ppcWhy = nullptr;
+    if (tls_uiNested != 0) {
+        tls_uiNested--;
+        return true;
+    }
+    tls_pCallState = nullptr;
     tls_bRunAgain = false;
+    if (!bCommit) {
+        RollBackLeftUnits();
+        return false;
+    }
     bool bOk = true;
     while (tls_pCallUnits != nullptr) {
         EcmDb *pstDb = tls_pCallUnits;
@@ -171,7 +200,7 @@ EcmCallEnd Ecm_CallLeave(const char **ppcWhy)
         bOk = Commit(pstDb, bOk) && bOk;
     }
     *ppcWhy = bOk ? nullptr : tls_strWhy.c_str();
-    return bOk ? ECM_CALL_DONE : ECM_CALL_FAILED;
+    return bOk;
 }
 
 uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet)
@@ -193,7 +222,8 @@ uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
     }
     switch (pstDb->eCallUnit) {
         case ECM_UNIT_OPEN:
-        case ECM_UNIT_LOCKED: return InTransaction(pstDb) ? ECM_OK : ECM_ERR_SQL;  /* lost to an I/O error */
+        case ECM_UNIT_LOCKED:
+        case ECM_UNIT_NESTED: return InTransaction(pstDb) ? ECM_OK : ECM_ERR_SQL;  /* lost to an I/O error */
         case ECM_UNIT_BUSY:
         case ECM_UNIT_VOID: return ECM_ERR_BUSY;
         case ECM_UNIT_NONE: break;
@@ -204,9 +234,27 @@ uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
     return OpenCallUnit(pstDb);
 }
 
+uint32_t Ecm_JoinCallWrite(EcmDb *pstDb)
+{
+    if (tls_pCallState == nullptr || !pstDb->bCallUnits || pstDb->eCallUnit != ECM_UNIT_NONE ||
+        !InTransaction(pstDb)) {
+        return ECM_OK;  /* outside calls and outer units, or the call's unit is its own already */
+    }
+    int iRc = RunUnitStmt(pstDb, UNIT_SAVE);
+    if (iRc != SQLITE_OK) {
+        pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+        return (iRc & 0xFF) == SQLITE_BUSY ? ECM_ERR_BUSY : ECM_ERR_SQL;
+    }
+    pstDb->pNextInCall = tls_pCallUnits;
+    tls_pCallUnits = pstDb;
+    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->eCallUnit = ECM_UNIT_NESTED;
+    return ECM_OK;
+}
+
 void Ecm_SettleCallUnits(EcmDb *pstDb)
 {
-    if (pstDb->eCallUnit != ECM_UNIT_NONE) {
+    if (pstDb->eCallUnit != ECM_UNIT_NONE && tls_pCallState == nullptr) {
         RollBackLeftUnits();
     }
 }

@@ -12,16 +12,17 @@
  * script stack one load each. */
 extern std::atomic<uint32_t> g_uiEcmOpenCallUnits;
 
-/* A call begins: rolls back what an earlier call on this thread left open because it raised a
- * script error before it could end. */
-void Ecm_CallEnter(void *pState);
-enum EcmCallEnd {
-    ECM_CALL_DONE,      /* the call's units are committed */
-    ECM_CALL_FAILED,    /* a commit failed: the call's units are rolled back; raise *ppcWhy */
-    ECM_CALL_AGAIN,     /* another writer came first: the units are rolled back; run the call again */
-};
-/* A call returned: commits the units it opened, or says why it could not. A call run again
- * after ECM_CALL_AGAIN holds the write lock from its first operation, so it is never asked again. */
-EcmCallEnd Ecm_CallLeave(const char **ppcWhy);
+/* A call begins. A call made from inside another one (bNested: through a metamethod that the
+ * outer call ran) joins the outer call's units; a call that begins while units of an earlier one
+ * are still open (that call raised from outside the script stack's protection) rolls them back. */
+void Ecm_CallEnter(void *pState, bool bNested);
+/* Whether the running call lost the race for the write lock on one of its objects. If so, its
+ * units are rolled back and the call is over: it is to run again, and that run holds the write
+ * lock from its first operation. A nested call never decides this; the outer one does. */
+bool Ecm_CallLostRace();
+/* A call returned: commits the units it opened (bCommit) or rolls them back. false when they did not
+ * commit; *ppcWhy then says why a commit failed (null when the call asked for the roll-back). A
+ * nested call ends nothing and answers true. */
+bool Ecm_CallLeave(bool bCommit, const char **ppcWhy);
 
 #endif

@@ -8,6 +8,7 @@
 
 #include "ecm_capi.h"
 #include "ecm_db.h"
+#include "vlanlua_tables.h"
 
 namespace {
 
@@ -75,8 +76,15 @@ struct EcmRelation {
 
 /* A user-VLAN QinQ segment row owns the base-service and VPN-service records of its segment index. */
 const EcmRelation g_astRelations[] = {
-    {0x08361118u, {0x08361119u, 0x08360535u}, {2, 1}},
+    {VLANLUA_TBL_UVLAN_QINQ_SEG,
+     {VLANLUA_TBL_UVLAN_BASE_SVC, VLANLUA_TBL_UVLAN_VPN_SVC},
+     {VLANLUA_FLD_UVLAN_QINQ_SEG_segIndex, VLANLUA_FLD_UVLAN_QINQ_SEG_ifIndex}},
 };
+static_assert(VLANLUA_FLD_UVLAN_BASE_SVC_segIndex == VLANLUA_FLD_UVLAN_QINQ_SEG_segIndex &&
+                  VLANLUA_FLD_UVLAN_VPN_SVC_segIndex == VLANLUA_FLD_UVLAN_QINQ_SEG_segIndex &&
+                  VLANLUA_FLD_UVLAN_BASE_SVC_ifIndex == VLANLUA_FLD_UVLAN_QINQ_SEG_ifIndex &&
+                  VLANLUA_FLD_UVLAN_VPN_SVC_ifIndex == VLANLUA_FLD_UVLAN_QINQ_SEG_ifIndex,
+              "a relation's fields have the same numbers in owner and dependents");
 
 std::string RelationSql(const EcmRelation &stRel)
 {

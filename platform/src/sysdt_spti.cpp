@@ -3,89 +3,59 @@
  * could have written every line of it.
  *
  * Each operation has a short path for the frame of a script call (sysdt_spti_frame.h), which asks
- * the engine nothing the frame knows, and a general path for everything else. The short paths
- * serve the per-element table protocol: push a key, get, read the element, pop; push a key and a
- * value, set. */
+ * the engine nothing the frame knows, a general path for a frame, and a path for a bare state,
+ * which is not inside a script call and may raise like any engine call. In a frame, values pushed
+ * wait in the frame and positions are always handed to the engine as absolute ones: above the real
+ * values the engine's top is not the function's. The short paths serve the per-element table
+ * protocol: push a key, get, read the element, pop; push a key and a value, set. */
 #include "sysdt_spti.h"
 
 #include <cstdint>
+#include <cstring>
 
 #include "sysdt_spti_frame.h"
 
 namespace {
 
-/* Truncates toward zero and keeps the low 32 bits; values with no 64-bit integer part give 0. */
-uint32_t FloatToUInt(lua_Number dValue)
+/* The value on top into the deferred table at iRelTable under a name. A number pushed last turns
+ * into the store itself; a table is deferred, so the tape is not simple. */
+inline void StoreFieldDeferred(SysdtCallFrame *pstFrame, int iRelTable, const char *pcName)
 {
-    constexpr lua_Number kTwoPow63 = 9223372036854775808.0;
-    if (!(dValue >= -kTwoPow63 && dValue < kTwoPow63)) {  /* also NaN */
-        return 0;
+    SysdtTapeRec *pstValue = pstFrame->ppstSlots[SysdtSpti_Deferred(pstFrame) - 1];
+    pstFrame->iTop--;
+    if (pstValue + 1 == pstFrame->pstNext && pstValue->ucOp == SYSDT_TAPE_INT && iRelTable <= 0xFFFF &&
+        static_cast<uint64_t>(pstValue->llValue) <= 0xFFFFFFFFu) {
+        pstValue->ucOp = SYSDT_TAPE_SETFIELDU;
+        pstValue->usTable = static_cast<uint16_t>(iRelTable);
+        pstValue->uiArg = static_cast<uint32_t>(pstValue->llValue);
+        pstValue->pcName = pcName;
+        return;
     }
-    auto llWhole = static_cast<long long>(dValue);     /* the conversion itself cuts toward zero */
-    return static_cast<uint32_t>(static_cast<unsigned long long>(llWhole));
+    SysdtTapeRec *pstRec = pstFrame->pstNext++;
+    pstRec->ucOp = SYSDT_TAPE_SETFIELD;
+    pstRec->uiArg = static_cast<uint32_t>(iRelTable);
+    pstRec->pcName = pcName;
 }
 
-/* The number at iPos as 32 bits: integers keep their low bits, floats go through FloatToUInt. */
-uint32_t NumberToUInt(lua_State *L, int iPos)
-{
-#if SYSDT_LUA_INTEGERS
-    int iIsInteger = 0;
-    lua_Integer llValue = lua_tointegerx(L, iPos, &iIsInteger);
-    if (iIsInteger != 0) {
-        return static_cast<uint32_t>(static_cast<lua_Unsigned>(llValue));
-    }
-#endif
-    return FloatToUInt(lua_tonumber(L, iPos));
-}
+/* ---- a bare state's paths ---- */
 
-/* The element just fetched replaced the key on top; a number is read now, ToUInt(-1) comes next. */
-void NoteFetched(SysdtCallFrame *pstFrame, int iType)
+/* Makes room for one more value, raising a script error rather than writing past the stack. */
+void BareRoomForOne(lua_State *L)
 {
-    pstFrame->iTopType = iType;
-    pstFrame->bTopRead = iType == LUA_TNUMBER;
-    if (iType == LUA_TNUMBER) {
-        pstFrame->uiTopValue = NumberToUInt(pstFrame->L, -1);
+    if (lua_checkstack(L, 1) == 0) {
+        luaL_error(L, "stack overflow (script stack overflow)");
     }
 }
 
-/* Engines whose lua_rawgeti takes an int (5.1) take no larger key. */
-constexpr uint32_t kMaxRawKey = LUA_VERSION_NUM >= 503 ? 0xFFFFFFFFu : 0x7FFFFFFFu;
-
-/* Stores the value on top into the table at iPos (without a metatable) under an integer key. */
-void RawSet(lua_State *L, int iPos, uint32_t uiKey)
+int BareAbs(lua_State *L, int32_t iPos)
 {
-#if LUA_VERSION_NUM >= 503
-    lua_rawseti(L, iPos, static_cast<lua_Integer>(uiKey));
-#else
-    lua_rawseti(L, iPos, static_cast<int>(uiKey));
-#endif
+    return SysdtSpti_AbsPos(lua_gettop(L), iPos);
 }
 
-/* The element under an integer key of a table without a metatable, pushed; answers its type. */
-int RawGetAndType(lua_State *L, int iPos, uint32_t uiKey)
+int BareTypeAt(lua_State *L, int32_t iPos)
 {
-#if LUA_VERSION_NUM >= 503
-    return lua_rawgeti(L, iPos, static_cast<lua_Integer>(uiKey));
-#else
-    lua_rawgeti(L, iPos, static_cast<int>(uiKey));
-    return lua_type(L, -1);
-#endif
-}
-
-/* Whether the table at iPos has no metatable: looked up once, then known until an operation that
- * may run script code (or a pop below it). */
-[[gnu::noinline]] bool LearnPlainTable(SysdtCallFrame *pstFrame, int iPos)
-{
-    lua_State *L = pstFrame->L;
-    if (lua_type(L, iPos) != LUA_TTABLE) {
-        return false;
-    }
-    if (lua_getmetatable(L, iPos) != 0) {
-        lua_pop(L, 1);
-        return false;
-    }
-    pstFrame->iPlainTable = iPos;
-    return true;
+    int iAbs = BareAbs(L, iPos);
+    return iAbs != 0 ? lua_type(L, iAbs) : LUA_TNONE;
 }
 
 }  // namespace
@@ -106,15 +76,18 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
     if (pState == nullptr) {
         return LUA_TNONE;
     }
-    SysdtStack stack(pState);
-    return stack.TypeAt(stack.Abs(iPos));
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        return SysdtSpti_TypeAt(pstFrame, SysdtSpti_AbsPos(pstFrame->iTop, iPos));
+    }
+    return BareTypeAt(static_cast<lua_State *>(pState), iPos);
 }
 
 /* Type of the value at a position; the arguments of a call are asked for directly. */
 static inline int TypeAtPos(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iTop - pstFrame->iPending) {
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase) {
         return lua_type(pstFrame->L, iPos);
     }
     return TypeOnStack(pState, iPos);
@@ -140,9 +113,17 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
     if (pState == nullptr) {
         return 0;
     }
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    return stack.TypeAt(iAbs) == LUA_TNUMBER ? NumberToUInt(stack.L(), iAbs) : 0;  /* never a string */
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame == nullptr) {
+        auto *L = static_cast<lua_State *>(pState);
+        return BareTypeAt(L, iPos) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(L, BareAbs(L, iPos)) : 0;  /* never a string */
+    }
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
+    if (iAbs > pstFrame->iBase) {
+        const SysdtTapeRec *pstRec = SysdtSpti_DeferredAt(pstFrame, iAbs);
+        return pstRec != nullptr && pstRec->ucOp == SYSDT_TAPE_INT ? static_cast<uint32_t>(pstRec->llValue) : 0;
+    }
+    return SysdtSpti_TypeAt(pstFrame, iAbs) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(pstFrame->L, iAbs) : 0;
 }
 
 extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
@@ -156,10 +137,21 @@ extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
 {
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase) {   /* an argument */
+        lua_State *L = pstFrame->L;
+        return lua_type(L, iPos) == LUA_TSTRING ? lua_tolstring(L, iPos, nullptr) : nullptr;
+    }
+    SysdtSpti_TapedFrameOf(pState);
     if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
-    return lua_tolstring(SysdtSpti_StateOf(pState), iPos, nullptr);
+    if (pstFrame == nullptr) {
+        return lua_tolstring(static_cast<lua_State *>(pState), iPos, nullptr);
+    }
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
+    const SysdtTapeRec *pstRec = SysdtSpti_DeferredAt(pstFrame, iAbs);
+    return pstRec != nullptr ? reinterpret_cast<const char *>(pstRec + 1) : lua_tolstring(pstFrame->L, iAbs, nullptr);
 }
 
 extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
@@ -167,56 +159,65 @@ extern "C" int32_t SYSDT_SPTI_ToBoolean(void *pState, int32_t iPos)
     if (pState == nullptr) {
         return 0;
     }
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    return iAbs != 0 ? lua_toboolean(stack.L(), iAbs) : 0;
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame == nullptr) {
+        auto *L = static_cast<lua_State *>(pState);
+        int iAbs = BareAbs(L, iPos);
+        return iAbs != 0 ? lua_toboolean(L, iAbs) : 0;
+    }
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
+    if (iAbs > pstFrame->iBase || iAbs == 0) {
+        return SysdtSpti_TypeAt(pstFrame, iAbs) > LUA_TNIL;    /* deferred values are never false */
+    }
+    return lua_toboolean(pstFrame->L, iAbs);
 }
 
 extern "C" uint32_t SYSDT_SPTI_ObjLen(void *pState, int32_t iPos)
 {
-    if (pState == nullptr) {
+    if (pState == nullptr || (SysdtSpti_TapedFrameOf(pState), TypeAtPos(pState, iPos)) != LUA_TTABLE) {
         return 0;
     }
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    if (stack.TypeAt(iAbs) != LUA_TTABLE) {
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame == nullptr) {
+        auto *L = static_cast<lua_State *>(pState);
+        return static_cast<uint32_t>(SysdtLua_RawLen(L, BareAbs(L, iPos)));
+    }
+    int iAbs = SysdtSpti_AbsPos(pstFrame->iTop, iPos);
+    if (iAbs > pstFrame->iBase && !SysdtSpti_Materialize(pstFrame)) {
         return 0;
     }
-    return static_cast<uint32_t>(SysdtLua_RawLen(stack.L(), iAbs));
+    return static_cast<uint32_t>(SysdtLua_RawLen(pstFrame->L, iAbs));
 }
 
 /* Replaces the key on top by the element of the table at iPos; nothing without a key. */
 [[gnu::noinline]] static void GetTableOnStack(void *pState, int32_t iPos)
 {
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    if (stack.Top() < 1 || iAbs == 0) {
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtSpti_GetTableGeneral(pstFrame, iPos);
         return;
     }
-    int iType = SysdtLua_GetTable(stack.L(), iAbs);
-    stack.Moved(0, iType);
-    NoteFetched(stack.Frame(), iType);
+    auto *L = static_cast<lua_State *>(pState);
+    int iAbs = BareAbs(L, iPos);
+    if (lua_gettop(L) >= 1 && iAbs != 0) {
+        (void)SysdtLua_GetTable(L, iAbs);
+    }
 }
 
-/* A key left in the frame over a table without a metatable: the element is read raw. */
+/* A number key over a real table without a metatable: the element is read raw, and the key never
+ * reaches the engine. */
 extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame == nullptr || iPos <= 0 || iPos >= pstFrame->iTop) {
-        GetTableOnStack(pState, iPos);
+    if (pstFrame != nullptr && pstFrame->bKeyWaiting && iPos > 0 && iPos <= pstFrame->iBase &&
+        pstFrame->uiKey <= kSysdtMaxRawKey && pstFrame->iBase + 1 + kSysdtReserve <= pstFrame->iRoom &&
+        (pstFrame->iPlainTable == iPos || SysdtSpti_LearnPlainTable(pstFrame, iPos))) {
+        pstFrame->bKeyWaiting = false;
+        pstFrame->iBase++;
+        SysdtSpti_NoteFetched(pstFrame, SysdtSpti_RawGetAndType(pstFrame->L, iPos, pstFrame->uiKey));
         return;
     }
-    if (pstFrame->iPending == 1 && pstFrame->auiPending[0] <= kMaxRawKey &&
-        (pstFrame->iPlainTable == iPos || LearnPlainTable(pstFrame, iPos))) {
-        pstFrame->iPending = 0;
-        NoteFetched(pstFrame, RawGetAndType(pstFrame->L, iPos, pstFrame->auiPending[0]));
-        return;
-    }
-    if (pstFrame->iPending != 0) {
-        SysdtSpti_PushPending(pstFrame);
-    }
-    pstFrame->iPlainTable = 0;                          /* a metamethod may run script code */
-    NoteFetched(pstFrame, SysdtLua_GetTable(pstFrame->L, iPos));
+    GetTableOnStack(pState, iPos);
 }
 
 [[gnu::noinline]] static void PopOnStack(void *pState, int32_t iCount)
@@ -224,16 +225,22 @@ extern "C" void SYSDT_SPTI_GetTable(void *pState, int32_t iPos)
     if (pState == nullptr || iCount <= 0) {
         return;
     }
-    SysdtStack stack(pState);
-    int iDrop = iCount < stack.Top() ? iCount : stack.Top();
-    lua_settop(stack.L(), -iDrop - 1);
-    stack.Moved(-iDrop, LUA_TNONE);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtSpti_PopGeneral(pstFrame, iCount);
+        return;
+    }
+    auto *L = static_cast<lua_State *>(pState);
+    int iTop = lua_gettop(L);
+    lua_settop(L, iCount < iTop ? iTop - iCount : 0);
 }
 
 extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && pstFrame->iPending == 0) {
+    if (pstFrame != nullptr && iCount > 0 && iCount <= pstFrame->iTop && pstFrame->iTop == pstFrame->iBase &&
+        !pstFrame->bFailed) {
+        pstFrame->iBase -= iCount;
         SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
         if (pstFrame->iPlainTable > pstFrame->iTop) {
             pstFrame->iPlainTable = 0;
@@ -246,132 +253,151 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
 
 /* ---- pushing and storing ---- */
 
-[[gnu::noinline]] static void PushUIntOnStack(void *pState, uint32_t uiValue)
+[[gnu::noinline]] static void PushIntegerOnStack(void *pState, int64_t llValue)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_pushinteger(stack.L(), static_cast<lua_Integer>(uiValue));
-    stack.Moved(1, LUA_TNUMBER);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtTapeRec *pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_INT, 0, true);
+        if (pstRec != nullptr) {
+            pstRec->llValue = llValue;
+        }
+        return;
+    }
+    auto *L = static_cast<lua_State *>(pState);
+    BareRoomForOne(L);
+    lua_pushinteger(L, static_cast<lua_Integer>(llValue));
 }
 
-/* In a call the number stays in the frame: the next operation pushes it, or reads under it. */
+/* In a call the number waits in the frame: the next step reads under it, stores it or hands it over. */
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        if (pstFrame->iPending == 2) {
-            SysdtSpti_PushPending(pstFrame);
-        }
-        SysdtSpti_Moved(pstFrame, 1, LUA_TNUMBER);
-        pstFrame->auiPending[pstFrame->iPending++] = uiValue;
+    if (pstFrame != nullptr && pstFrame->iTop == pstFrame->iBase && pstFrame->pstNext == pstFrame->astInlineRecs) {
+        pstFrame->uiKey = uiValue;                      /* an empty zone and tape, not failed */
+        pstFrame->bKeyWaiting = true;
+        pstFrame->iTop++;
+        pstFrame->bTopRead = false;
         return;
     }
-    PushUIntOnStack(pState, uiValue);
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, uiValue)) {
+        return;
+    }
+    PushIntegerOnStack(pState, uiValue);
 }
 
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_pushinteger(stack.L(), static_cast<lua_Integer>(iValue));
-    stack.Moved(1, LUA_TNUMBER);
-}
-
-/* Pushes exactly uiLen bytes, zero bytes included; a null text pushes nil. */
-extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
-{
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    if (pcText == nullptr) {
-        lua_pushnil(stack.L());
-        stack.Moved(1, LUA_TNIL);
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, iValue)) {
         return;
     }
-    lua_pushlstring(stack.L(), pcText, uiLen);
-    stack.Moved(1, LUA_TSTRING);
+    PushIntegerOnStack(pState, iValue);
 }
 
 [[gnu::noinline]] static void PushNilOnStack(void *pState)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_pushnil(stack.L());
-    stack.Moved(1, LUA_TNIL);
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        (void)SysdtSpti_Append(pstFrame, SYSDT_TAPE_NIL, 0, true);
+        return;
+    }
+    auto *L = static_cast<lua_State *>(pState);
+    BareRoomForOne(L);
+    lua_pushnil(L);
 }
 
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && pstFrame->iTop < pstFrame->iRoom) {
-        if (pstFrame->iPending != 0) {
-            SysdtSpti_PushPending(pstFrame);
-        }
-        SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);
-        lua_pushnil(pstFrame->L);
+    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_NIL, 0)) {
         return;
     }
     PushNilOnStack(pState);
 }
 
+/* Pushes exactly uiLen bytes, zero bytes included; a null text pushes nil. */
+extern "C" void SYSDT_SPTI_PushString(void *pState, const char *pcText, uint32_t uiLen)
+{
+    if (pcText == nullptr) {
+        SYSDT_SPTI_PushNil(pState);
+        return;
+    }
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtSpti_PushTextGeneral(pstFrame, pcText, uiLen);
+        return;
+    }
+    auto *L = static_cast<lua_State *>(pState);
+    BareRoomForOne(L);
+    lua_pushlstring(L, pcText, uiLen);
+}
+
 extern "C" void SYSDT_SPTI_CreateTable(void *pState, int32_t iArraySize, int32_t iRecordSize)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_createtable(stack.L(), iArraySize > 0 ? iArraySize : 0, iRecordSize > 0 ? iRecordSize : 0);
-    stack.Moved(1, LUA_TTABLE);
-    stack.Frame()->iPlainTable = stack.Top();           /* a new table has no metatable */
+    int iArray = iArraySize > 0 ? iArraySize : 0;
+    int iRecord = iRecordSize > 0 ? iRecordSize : 0;
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtTapeRec *pstRec = SysdtSpti_PushRec(pstFrame, SYSDT_TAPE_TABLE);
+        if (pstRec != nullptr) {
+            pstFrame->bSimpleTape = false;
+        } else {
+            pstRec = SysdtSpti_Append(pstFrame, SYSDT_TAPE_TABLE, 0, true);
+        }
+        if (pstRec != nullptr) {
+            pstRec->uiArg = static_cast<uint32_t>(iArray);
+            pstRec->llValue = iRecord;
+        }
+        return;
+    }
+    auto *L = static_cast<lua_State *>(pState);
+    BareRoomForOne(L);
+    lua_createtable(L, iArray, iRecord);
 }
 
 /* Stores the value on top under the key below it in the table at iPos; nothing without both. */
 [[gnu::noinline]] static void SetTableOnStack(void *pState, int32_t iPos)
 {
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    if (stack.Top() < 2 || iAbs == 0) {
+    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    if (pstFrame != nullptr) {
+        SysdtSpti_SetTableGeneral(pstFrame, iPos);
         return;
     }
-    lua_settable(stack.L(), iAbs);
-    stack.Moved(-2, LUA_TNONE);
+    auto *L = static_cast<lua_State *>(pState);
+    int iAbs = BareAbs(L, iPos);
+    if (lua_gettop(L) >= 2 && iAbs != 0) {
+        lua_settable(L, iAbs);
+    }
 }
 
-/* Key and value waiting over a table without a metatable: the value is stored raw under the key. */
-static inline bool StoresRaw(SysdtCallFrame *pstFrame, int32_t iPos)
-{
-    int iTable = pstFrame->iTop - 2;
-    return iPos == -3 && pstFrame->iPending == 2 && iTable > 0 && pstFrame->auiPending[0] <= kMaxRawKey &&
-           (pstFrame->iPlainTable == iTable || LearnPlainTable(pstFrame, iTable));
-}
-
+/* A key and a value pushed over a table made in the same call: the store waits in the frame too. */
 extern "C" void SYSDT_SPTI_SetTable(void *pState, int32_t iPos)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && StoresRaw(pstFrame, iPos)) {
-        pstFrame->iPending = 0;
-        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->auiPending[1]));
-        RawSet(pstFrame->L, -2, pstFrame->auiPending[0]);
-        SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
-        return;
-    }
-    if (pstFrame != nullptr && pstFrame->iTop >= 2 && iPos < 0 && -iPos <= pstFrame->iTop) {
-        if (pstFrame->iPending != 0) {
-            SysdtSpti_PushPending(pstFrame);
-        }
-        SysdtSpti_Moved(pstFrame, -2, LUA_TNONE);
-        pstFrame->iPlainTable = 0;                      /* a metamethod may run script code */
-        lua_settable(pstFrame->L, iPos);
+    if (pstFrame != nullptr && iPos == -3 && SysdtSpti_FuseSet(pstFrame)) {
         return;
     }
     SetTableOnStack(pState, iPos);
 }
 
-/* Stores the value on top under the name in the table at iPos; nothing without a value. */
+/* Stores the value on top under the name in the table at iPos; nothing without a value. A value
+ * stored into a table made in the same call waits in the frame. */
 extern "C" void SYSDT_SPTI_SetField(void *pState, int32_t iPos, const char *pcName)
 {
-    SysdtStack stack(pState);
-    int iAbs = stack.Abs(iPos);
-    if (stack.Top() < 1 || iAbs == 0) {
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr) {
+        int iAbs = iPos < 0 ? pstFrame->iTop + 1 + iPos : iPos;
+        if (iAbs > pstFrame->iBase && iAbs < pstFrame->iTop && pstFrame->pstNext != pstFrame->pstLimit) {
+            StoreFieldDeferred(pstFrame, iAbs - pstFrame->iBase, pcName);
+            return;
+        }
+        SysdtSpti_SpillKey(pstFrame);
+        SysdtSpti_SetFieldGeneral(pstFrame, iPos, pcName);
         return;
     }
-    lua_setfield(stack.L(), iAbs, pcName);
-    stack.Moved(-1, LUA_TNONE);
+    auto *L = static_cast<lua_State *>(pState);
+    int iAbs = BareAbs(L, iPos);
+    if (lua_gettop(L) >= 1 && iAbs != 0) {
+        lua_setfield(L, iAbs, pcName);
+    }
 }

@@ -15,17 +15,32 @@ namespace {
 
 /* ---- calling script functions ---- */
 
-/* Runs a script function once on a fresh frame of this call; answers its count of results, cut to
- * what the stack holds. */
-int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
+/* Hands a finished call's deferred results to the engine; answers their count, cut to what the
+ * stack holds, or -1 when the call failed (nothing is held any more either way). */
+int HandOver(SysdtCallFrame *pstFrame, uint32_t uiResults)
 {
-    SysdtCallFrame stFrame = SysdtSpti_NewFrame(L, iArgs, iArgs + LUA_MINSTACK);
-    uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
-    if (stFrame.iPending != 0) {
-        SysdtSpti_PushPending(&stFrame);
+    if (!SysdtSpti_Deliver(pstFrame)) {
+        return -1;
     }
-    int iTop = stFrame.iTop;
+    int iTop = pstFrame->iTop;
     return uiResults > static_cast<uint32_t>(iTop) ? iTop : static_cast<int>(uiResults);
+}
+
+/* Runs a script function on a fresh frame with no unit of work around it. */
+[[gnu::always_inline]] inline int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
+{
+    SysdtCallFrame stFrame;
+    SysdtSpti_InitFrame(&stFrame, L, iArgs, iArgs + LUA_MINSTACK);
+    uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
+    if (SysdtSpti_SimpleResults(&stFrame)) {
+        SysdtSpti_PushSimple(&stFrame);
+        return uiResults > static_cast<uint32_t>(stFrame.iTop) ? stFrame.iTop : static_cast<int>(uiResults);
+    }
+    int iResults = HandOver(&stFrame, uiResults);
+    if (iResults < 0) {
+        SysdtSpti_RaiseFailure(&stFrame);
+    }
+    return iResults;
 }
 
 [[noreturn]] void RaiseCallFailure(lua_State *L, const char *pcWhy)
@@ -37,18 +52,29 @@ int RunOnFrame(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
 
 /* Runs a script function as one unit of work on the database: the database learns where the call
  * begins and ends. A call whose unit lost the race for the write lock runs once more on its own
- * arguments; a commit that fails is raised, since the results already say success. */
+ * arguments. A call whose results cannot be handed over (the engine is out of memory, a metamethod
+ * raised) is rolled back whole before the error is raised; so is one whose commit fails. */
 [[gnu::noinline]] int RunInUnit(lua_State *L, SYSDT_SPT_FUNC pfFunc, int iArgs)
 {
     for (;;) {
-        Ecm_CallEnter(L);
-        int iResults = RunOnFrame(L, pfFunc, iArgs);
-        const char *pcWhy = nullptr;
-        switch (Ecm_CallLeave(&pcWhy)) {
-            case ECM_CALL_DONE: return iResults;
-            case ECM_CALL_FAILED: RaiseCallFailure(L, pcWhy);
-            case ECM_CALL_AGAIN: lua_settop(L, iArgs); break;  /* the void run's results go */
+        Ecm_CallEnter(L, SysdtSpti_InProtectedStep());
+        SysdtCallFrame stFrame;
+        SysdtSpti_InitFrame(&stFrame, L, iArgs, iArgs + LUA_MINSTACK);
+        uint32_t uiResults = pfFunc(SysdtSpti_FrameHandle(&stFrame));
+        if (!stFrame.bFailed && Ecm_CallLostRace()) {
+            SysdtSpti_Drop(&stFrame, iArgs);            /* the void run's results go */
+            continue;
         }
+        int iResults = HandOver(&stFrame, uiResults);
+        const char *pcWhy = nullptr;
+        bool bCommitted = Ecm_CallLeave(iResults >= 0, &pcWhy);
+        if (iResults < 0) {
+            SysdtSpti_RaiseFailure(&stFrame);
+        }
+        if (!bCommitted) {
+            RaiseCallFailure(L, pcWhy);
+        }
+        return iResults;
     }
 }
 
@@ -135,11 +161,18 @@ void PushScriptFunction(lua_State *L, SYSDT_SPT_FUNC pfFunc)
 
 /* ---- library registration ---- */
 
-extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
+namespace {
+
+struct OpenLibJob {
+    const char *pcLib;
+    const SYSDT_SPT_REG_S *pstTable;
+};
+
+/* Pushes the library table with every function of the table registered. */
+int OpenLibWork(lua_State *L, void *pCtx)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_State *L = stack.L();
+    const auto *pstJob = static_cast<const OpenLibJob *>(pCtx);
+    const SYSDT_SPT_REG_S *pstTable = pstJob->pstTable;
     int iCount = 0;
     while (pstTable != nullptr && (pstTable[iCount].pcName != nullptr || pstTable[iCount].pfFunc != nullptr)) {
         iCount++;
@@ -153,11 +186,32 @@ extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_S
         PushScriptFunction(L, pstTable[i].pfFunc);
         lua_setfield(L, -2, pstTable[i].pcName);
     }
-    if (pcLib != nullptr) {
+    if (pstJob->pcLib != nullptr) {
         lua_pushvalue(L, -1);
-        lua_setglobal(L, pcLib);
+        lua_setglobal(L, pstJob->pcLib);
     }
-    stack.Moved(1, LUA_TTABLE);
+    return 1;
+}
+
+}  // namespace
+
+/* Inside a script call the registration runs protected, like every step there that may raise. */
+extern "C" int32_t Script_OpenLib(void *pState, const char *pcLib, const SYSDT_SPT_REG_S *pstTable)
+{
+    OpenLibJob stJob{pcLib, pstTable};
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame == nullptr) {
+        auto *L = static_cast<lua_State *>(pState);
+        SysdtSpti_PrepareEngine(L);
+        (void)OpenLibWork(L, &stJob);
+        return 0;
+    }
+    if (SysdtSpti_Materialize(pstFrame) && SysdtSpti_Protected(pstFrame, OpenLibWork, &stJob, 0, 1)) {
+        pstFrame->iBase++;
+        SysdtSpti_Moved(pstFrame, 1, LUA_TTABLE);
+    } else {
+        SysdtSpti_Moved(pstFrame, 1, LUA_TNIL);         /* a failed frame counts the table it lacks */
+    }
     return 0;
 }
 
@@ -167,22 +221,24 @@ namespace {
 char g_cBindKey;  /* its address is the registry key of the bound object */
 }
 
-/* Looks the object up with one value pushed and popped again: a frame stays exact. */
+/* Looks the object up with one value pushed on the engine's stack and popped again, in a frame
+ * within the room it keeps for its own steps. */
 void *SysdtSpti_BoundObj(void *pState)
 {
-    SysdtStack stack(pState);
-    stack.RoomForOne();
-    lua_State *L = stack.L();
+    lua_State *L = SysdtSpti_StateOf(pState);
+    if (SysdtSpti_FrameOf(pState) == nullptr) {
+        luaL_checkstack(L, 2, "script stack overflow");
+    }
     SysdtLua_RegistryGetP(L, &g_cBindKey);
     void *pObj = lua_touserdata(L, -1);
     lua_pop(L, 1);
     return pObj;
 }
 
+/* The control side binds outside script calls, where raising is safe. */
 void SysdtSpti_SetBoundObj(void *pState, void *pObj)
 {
-    SysdtStack stack(pState);
-    lua_State *L = stack.L();
+    lua_State *L = SysdtSpti_StateOf(pState);
     luaL_checkstack(L, 2, "script stack overflow");
     if (pObj != nullptr) {
         lua_pushlightuserdata(L, pObj);

@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t kModeCreate = 1;
 
 /* Positions 1..4: key, control ID, VR ID, old control ID (moving only). */
-constexpr std::array<VlanLuaArgSpec, 4> kCtrlVidArgs = {
+constexpr std::array<VlanLuaArgRule, 4> kCtrlVidArgs = {
     VLANLUA_ARG_NUM(VLANLUA_CTRLVID_REQ_S, uiCtrlKey, nullptr),
     VLANLUA_ARG_NUM(VLANLUA_CTRLVID_REQ_S, uiCtrlId, nullptr),
     VLANLUA_ARG_NUM(VLANLUA_CTRLVID_REQ_S, uiVrId, nullptr),

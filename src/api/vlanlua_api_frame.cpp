@@ -33,18 +33,18 @@ static uint32_t ReadArgValue(void *pState, int32_t iPos, VlanLuaArgKind eKind)
                                          : SYSDT_SPTI_ToUInt(pState, iPos);
 }
 
-uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgSpec> specs, void *pRecord)
+uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgRule> rules, void *pRecord)
 {
     auto *pucRecord = static_cast<uint8_t *>(pRecord);
     int32_t iPos = 1;
-    for (const VlanLuaArgSpec &arg : specs) {
-        if (!ArgHasKind(pState, iPos, arg.eKind)) {
-            if (arg.pcTypeMsg != nullptr) {
-                VLANLUA_Write(pstLog, "%s", arg.pcTypeMsg);
+    for (const VlanLuaArgRule &rule : rules) {
+        if (!ArgHasKind(pState, iPos, rule.eKind)) {
+            if (rule.pcTypeMsg != nullptr) {
+                VLANLUA_Write(pstLog, "%s", rule.pcTypeMsg);
             }
             return 1;
         }
-        VlanLua_StoreNarrow(pucRecord + arg.usOffset, arg.ucWidth, ReadArgValue(pState, iPos, arg.eKind));
+        VlanLua_StoreNarrow(pucRecord + rule.usOffset, rule.ucWidth, ReadArgValue(pState, iPos, rule.eKind));
         iPos++;
     }
     return 0;

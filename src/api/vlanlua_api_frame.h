@@ -46,7 +46,7 @@ struct VlanLuaFrame {
 /* How one script argument is checked and where it lands in the request record. */
 enum class VlanLuaArgKind : uint8_t { Number, Bool };
 
-struct VlanLuaArgSpec {
+struct VlanLuaArgRule {
     VlanLuaArgKind eKind;
     uint16_t usOffset;          /* place of the receiving field in the request record */
     uint8_t ucWidth;            /* 1, 2 or 4: the number keeps its low bits of that width */
@@ -54,19 +54,19 @@ struct VlanLuaArgSpec {
 };
 
 #define VLANLUA_ARG(kind, Rec, field, msg) \
-    VlanLuaArgSpec{(kind), static_cast<uint16_t>(offsetof(Rec, field)), \
+    VlanLuaArgRule{(kind), static_cast<uint16_t>(offsetof(Rec, field)), \
                    static_cast<uint8_t>(sizeof(static_cast<Rec *>(nullptr)->field)), (msg)}
 #define VLANLUA_ARG_NUM(Rec, field, msg)  VLANLUA_ARG(VlanLuaArgKind::Number, Rec, field, msg)
 #define VLANLUA_ARG_BOOL(Rec, field, msg) VLANLUA_ARG(VlanLuaArgKind::Bool, Rec, field, msg)
 
-/* Checks and reads the arguments at positions 1..specs.size() in ascending order, each read
+/* Checks and reads the arguments at positions 1..rules.size() in ascending order, each read
  * as soon as its type test passes. Returns 0, or 1 at the first argument of the wrong type
  * after appending that argument's message (none with a null buffer). The count is not tested here. */
-uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgSpec> specs,
+uint32_t VlanLua_ReadArgs(void *pState, VLANLUA_LOG_S *pstLog, std::span<const VlanLuaArgRule> rules,
                           void *pRecord);
-inline uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgSpec> specs, void *pRecord)
+inline uint32_t VlanLua_ReadArgs(VlanLuaFrame &frame, std::span<const VlanLuaArgRule> rules, void *pRecord)
 {
-    return VlanLua_ReadArgs(frame.pState, &frame.stLog, specs, pRecord);
+    return VlanLua_ReadArgs(frame.pState, &frame.stLog, rules, pRecord);
 }
 
 /* Reads elements 1..n of the table at iPos (n = its element count) into out[0..n-1] with

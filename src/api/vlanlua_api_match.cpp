@@ -101,7 +101,7 @@ extern "C" uint32_t VLANLUA_Spt_QinQMatchMerge(void *pState)
 
 extern "C" uint32_t vlanLua_UpdataQinQIfSpecParse(void *pState, VLANLUA_QINQIFSPEC_S *pstReq)
 {
-    static const VlanLuaArgSpec astArgs[] = {
+    static const VlanLuaArgRule astArgs[] = {
         VLANLUA_ARG_NUM(VLANLUA_QINQIFSPEC_S, uiMainIfIndex, nullptr),
         VLANLUA_ARG_NUM(VLANLUA_QINQIFSPEC_S, uiQinQNum, nullptr),
         VLANLUA_ARG_NUM(VLANLUA_QINQIFSPEC_S, uiVrId, nullptr),
@@ -141,7 +141,7 @@ struct QinQMibArgs {
 
 extern "C" uint32_t VLANLUA_Spt_GetNextQinQMibParse(void *pState, VLANLUA_QINQMIBKEY_S *pstReq)
 {
-    static const VlanLuaArgSpec astArgs[] = {
+    static const VlanLuaArgRule astArgs[] = {
         VLANLUA_ARG_NUM(QinQMibArgs, uiIfIndex, nullptr), VLANLUA_ARG_NUM(QinQMibArgs, usPeVid, nullptr),
         VLANLUA_ARG_NUM(QinQMibArgs, usCeVid, nullptr),   VLANLUA_ARG_NUM(QinQMibArgs, uiVrId, nullptr),
         VLANLUA_ARG_NUM(QinQMibArgs, uiQueryNum, nullptr),

@@ -11,7 +11,7 @@ namespace {
 constexpr int32_t kPvArgNum = 4;
 
 /* Positions 1..4 and the message appended when one is not a number. */
-constexpr std::array<VlanLuaArgSpec, kPvArgNum> kPvArgs = {
+constexpr std::array<VlanLuaArgRule, kPvArgNum> kPvArgs = {
     VLANLUA_ARG_NUM(VLANLUA_PV_REQ_S, usVlanId, "VLANLUA_COR_PV_VlanInPortParse:vlanId is not a number\n"),
     VLANLUA_ARG_NUM(VLANLUA_PV_REQ_S, uiVrId, "VLANLUA_COR_PV_VlanInPortParse:vrId is not a number\n"),
     VLANLUA_ARG_NUM(VLANLUA_PV_REQ_S, uiStackMapCheck,

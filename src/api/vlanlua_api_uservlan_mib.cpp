@@ -9,13 +9,13 @@ namespace {
 
 using Key = VLANLUA_UVLAN_MIBKEY_S;
 
-constexpr VlanLuaArgSpec DOT1Q_EXIST_ARGS[] = {
+constexpr VlanLuaArgRule DOT1Q_EXIST_ARGS[] = {
     VLANLUA_ARG_NUM(Key, uiIfIndex, "VLANLUA_Spt_UserVlanDot1qExist:uiIfIndex is not a number\n"),
     VLANLUA_ARG_NUM(Key, usCeVid, "VLANLUA_Spt_UserVlanDot1qExist:usCeVid is not a number\n"),
     VLANLUA_ARG_NUM(Key, uiVrId, "VLANLUA_Spt_UserVlanDot1qExist:uiVrId is not a number\n"),
 };
 
-constexpr VlanLuaArgSpec QINQ_EXIST_ARGS[] = {
+constexpr VlanLuaArgRule QINQ_EXIST_ARGS[] = {
     VLANLUA_ARG_NUM(Key, uiIfIndex, nullptr),
     VLANLUA_ARG_NUM(Key, usPeVid, nullptr),
     VLANLUA_ARG_NUM(Key, usCeVid, nullptr),
@@ -24,7 +24,7 @@ constexpr VlanLuaArgSpec QINQ_EXIST_ARGS[] = {
 
 constexpr const char *PEVID_MSG = "VLAN_UserVlanMibQueryParse:usPeVid or usCeVid is not a number\n";
 constexpr const char *QUERYNUM_MSG = "VLAN_UserVlanMibQueryParse:uiQueryNum is not a number\n";
-constexpr VlanLuaArgSpec MIB_QUERY_ARGS[] = {
+constexpr VlanLuaArgRule MIB_QUERY_ARGS[] = {
     VLANLUA_ARG_NUM(Key, uiIfIndex, "VLAN_UserVlanMibQueryParse:uiIfIndex is not valid\n"),
     VLANLUA_ARG_NUM(Key, usPeVid, PEVID_MSG),
     VLANLUA_ARG_NUM(Key, usCeVid, PEVID_MSG),
@@ -105,17 +105,17 @@ extern "C" uint32_t VLANLUA_Spt_UserVlanQinqExist(void *pState)
 extern "C" uint32_t VLAN_UserVlanMibQueryParse(void *pState, VLANLUA_UVLAN_MIBKEY_S *pstKey, VLANLUA_LOG_S *pstLog)
 {
     int32_t iPos = 1;
-    for (const VlanLuaArgSpec &arg : MIB_QUERY_ARGS) {
+    for (const VlanLuaArgRule &rule : MIB_QUERY_ARGS) {
         bool bValid = SYSDT_SPTI_IsNumber(pState, iPos) != 0;
         uint32_t uiValue = bValid ? SYSDT_SPTI_ToUInt(pState, iPos) : 0;
         if (!bValid || (iPos == 1 && uiValue == 0xFFFFFFFFu)) {    /* all ones names no interface */
-            VLANLUA_Write(pstLog, "%s", arg.pcTypeMsg);
+            VLANLUA_Write(pstLog, "%s", rule.pcTypeMsg);
             SYSDT_SPTI_PushUInt(pState, 1);
             SYSDT_SPTI_PushNil(pState);
             SYSDT_SPTI_PushString(pState, pstLog->acText, pstLog->usUsedLen + 1u);
             return 1;
         }
-        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstKey) + arg.usOffset, arg.ucWidth, uiValue);
+        VlanLua_StoreNarrow(reinterpret_cast<uint8_t *>(pstKey) + rule.usOffset, rule.ucWidth, uiValue);
         iPos++;
     }
     return 0;

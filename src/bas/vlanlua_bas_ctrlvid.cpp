@@ -3,23 +3,21 @@
 #include "bas/vlanlua_bas_ctrlvid.h"
 
 #include "bas/vlanlua_bas_bitmap.h"
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "sec_bound.h"
-#include "vlanlua_db.h"
 
 namespace {
+
+using Ctrl = VlanLuaTbl::CTRL_VID_BITMAP;
 
 /* One more than the bitmap: the select asks for the stored field with a byte to spare. */
 constexpr uint16_t kSelectWidth = VLANLUA_BITMAP_LEN + 1;
 
-const ECM_FIELDVAL_S *AsEcm(const VLANLUA_FIELDVAL_S *pstFields)
+/* The first fields of every write: the key and slice that find the record. */
+void AddKey(VlanLuaWriteList<Ctrl> &list, const uint32_t *puiKey, const uint32_t *puiSlice)
 {
-    return reinterpret_cast<const ECM_FIELDVAL_S *>(pstFields);
-}
-
-VLANLUA_FIELDVAL_S U32Field(uint16_t usField, const uint32_t *puiValue)
-{
-    return VLANLUA_FIELDVAL_S{VLANLUA_TYPE_U32, usField, sizeof(uint32_t), puiValue};
+    list.Add<Ctrl::ctrlKey>(puiKey);
+    list.Add<Ctrl::slice>(puiSlice);
 }
 
 bool CtxUsable(const VLANLUA_CTX_S *pstCtx)
@@ -45,15 +43,15 @@ extern "C" uint32_t vlanLua_GetBitmapByIndex(VLANLUA_CTX_S *pstCtx, uint32_t uiK
     if (!CtxUsable(pstCtx) || uiSize != VLANLUA_BITMAP_LEN || pucBitMap == nullptr || pstCtx->pstLog == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_CTRL_VID_BITMAP));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Ctrl> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), VLANLUA_CTRLVID_FLD_BITMAP, kSelectWidth);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_CTRLVID_FLD_KEY, &uiKey, sizeof(uiKey));
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_CTRLVID_FLD_SLICE, &uiSlice, sizeof(uiSlice));
-    uint32_t uiRet = VLANLUA_RecordSet_QueryFld(rs.Get(), 1);
-    return CopyQueriedBitMap(rs.Get(), uiRet, pucBitMap);
+    query.SelectWidth<Ctrl::bitmap>(kSelectWidth);
+    query.Where<Ctrl::ctrlKey>(VLANLUA_OP_EQ, uiKey);
+    query.Where<Ctrl::slice>(VLANLUA_OP_EQ, uiSlice);
+    uint32_t uiRet = query.Query(1);
+    return CopyQueriedBitMap(query.Get(), uiRet, pucBitMap);
 }
 
 extern "C" uint32_t vlanLua_SetCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t uiKey, uint32_t uiSlice,
@@ -63,13 +61,11 @@ extern "C" uint32_t vlanLua_SetCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t uiK
         return 1;
     }
     uint8_t ucFull = vlanLua_IsBitMapFull(pucBitMap) == 0 ? 1 : 0;
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        U32Field(VLANLUA_CTRLVID_FLD_KEY, &uiKey),
-        U32Field(VLANLUA_CTRLVID_FLD_SLICE, &uiSlice),
-        {VLANLUA_TYPE_BITMAP, VLANLUA_CTRLVID_FLD_BITMAP, VLANLUA_BITMAP_LEN, pucBitMap},
-        {VLANLUA_TYPE_U8, VLANLUA_CTRLVID_FLD_FULL, sizeof(ucFull), &ucFull},
-    };
-    return ECM_CAPI_SetRecord(pstCtx->pObj, VLANLUA_TBL_CTRL_VID_BITMAP, AsEcm(astFields), 4, 0);
+    VlanLuaWriteList<Ctrl> list;
+    AddKey(list, &uiKey, &uiSlice);
+    list.AddBytes<Ctrl::bitmap>(pucBitMap);
+    list.Add<Ctrl::full>(&ucFull);
+    return list.Set(pstCtx->pObj, 0);
 }
 
 extern "C" uint32_t vlanLua_InsertCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t uiKey, uint32_t uiSlice,
@@ -78,13 +74,11 @@ extern "C" uint32_t vlanLua_InsertCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t 
     if (!CtxUsable(pstCtx) || pucBitMap == nullptr) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        U32Field(VLANLUA_CTRLVID_FLD_KEY, &uiKey),
-        U32Field(VLANLUA_CTRLVID_FLD_SLICE, &uiSlice),
-        {VLANLUA_TYPE_BITMAP, VLANLUA_CTRLVID_FLD_BITMAP, VLANLUA_BITMAP_LEN, pucBitMap},
-        {VLANLUA_TYPE_VRID, VLANLUA_CTRLVID_FLD_VRID, sizeof(uiVrId), &uiVrId},
-    };
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_CTRL_VID_BITMAP, AsEcm(astFields), 4, 0);
+    VlanLuaWriteList<Ctrl> list;
+    AddKey(list, &uiKey, &uiSlice);
+    list.AddBytes<Ctrl::bitmap>(pucBitMap);
+    list.Add<Ctrl::vrId>(&uiVrId);
+    return list.Insert(pstCtx->pObj, 0);
 }
 
 extern "C" uint32_t vlanLua_DelCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t uiKey, uint32_t uiSlice)
@@ -92,9 +86,7 @@ extern "C" uint32_t vlanLua_DelCtrlVidBitmap(VLANLUA_CTX_S *pstCtx, uint32_t uiK
     if (!CtxUsable(pstCtx)) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        U32Field(VLANLUA_CTRLVID_FLD_KEY, &uiKey),
-        U32Field(VLANLUA_CTRLVID_FLD_SLICE, &uiSlice),
-    };
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, VLANLUA_TBL_CTRL_VID_BITMAP, AsEcm(astFields), 2, 0);
+    VlanLuaWriteList<Ctrl> list;
+    AddKey(list, &uiKey, &uiSlice);
+    return list.Delete(pstCtx->pObj, 0);
 }

@@ -11,13 +11,6 @@
 extern "C" {
 #endif
 
-/* Fields of CTRL_VID_BITMAP; the record is found by key and slice. */
-#define VLANLUA_CTRLVID_FLD_KEY     1
-#define VLANLUA_CTRLVID_FLD_SLICE   2
-#define VLANLUA_CTRLVID_FLD_BITMAP  3
-#define VLANLUA_CTRLVID_FLD_VRID    4
-#define VLANLUA_CTRLVID_FLD_FULL    5
-
 /* 0 when the record (key, slice) was read and its bitmap copied out; 1 otherwise (the out
  * bitmap is then untouched). uiSize must be 512. */
 uint32_t vlanLua_GetBitmapByIndex(VLANLUA_CTX_S *pstCtx, uint32_t uiKey, uint32_t uiSlice, uint8_t *pucBitMap,

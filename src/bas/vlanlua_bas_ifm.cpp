@@ -4,15 +4,13 @@
 
 #include <cstring>
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "ecm_capi.h"
-#include "vlanlua_db.h"
 
-#define VLANLUA_L2SUP_FLD_IFINDEX   1
-#define VLANLUA_L2SUP_FLD_MODE      3
-#define VLANLUA_PWSUP_FLD_VRID      1
-#define VLANLUA_PWSUP_FLD_IFINDEX   2
-#define VLANLUA_PWSUP_FLD_MODE      3
+using VlanLuaTbl::IF_INFO;
+using VlanLuaTbl::L2SUP_CFG;
+using VlanLuaTbl::PWSUP_CFG;
+
 #define VLANLUA_SUPMODE_NONE        1u      /* the support mode that means "not configured" */
 
 static bool CtxComplete(const VLANLUA_CTX_S *pstCtx)
@@ -33,18 +31,17 @@ extern "C" uint32_t vlanLua_GetMainifBySubif(VLANLUA_CTX_S *pstCtx, uint32_t uiS
         return 1;
     }
     *puiMainIfIndex = 0;
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_IF_INFO));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<IF_INFO> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), VLANLUA_IFINFO_FLD_MAINIF, sizeof(uint32_t));
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_IFINFO_FLD_IFINDEX, &uiSubIfIndex,
-                                  sizeof(uiSubIfIndex));
-    if (VLANLUA_RecordSet_QueryFld(rs.Get(), 1) != 0) {
+    query.Select<IF_INFO::mainIfIndex>();
+    query.Where<IF_INFO::ifIndex>(VLANLUA_OP_EQ, uiSubIfIndex);
+    if (query.Query(1) != 0) {
         return 1;
     }
-    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(rs.Get());
-    if (VLANLUA_RecordSet_GetDataNum(rs.Get()) != 0 && pucData != nullptr) {
+    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(query.Get());
+    if (VLANLUA_RecordSet_GetDataNum(query.Get()) != 0 && pucData != nullptr) {
         *puiMainIfIndex = FirstU32(pucData);
     }
     return 0;
@@ -52,12 +49,13 @@ extern "C" uint32_t vlanLua_GetMainifBySubif(VLANLUA_CTX_S *pstCtx, uint32_t uiS
 
 /* Runs the prepared one-field query and answers whether a support mode other than "not
  * configured" came back. A failed query and a missing record both answer 0. */
-static uint32_t SupModeConfigured(VLANLUA_RECORDSET_S *pstRs)
+template <class Table>
+static uint32_t SupModeConfigured(VlanLuaQuery<Table> &query)
 {
-    if (VLANLUA_RecordSet_QueryFld(pstRs, 1) != 0 || VLANLUA_RecordSet_GetDataNum(pstRs) == 0) {
+    if (query.Query(1) != 0 || VLANLUA_RecordSet_GetDataNum(query.Get()) == 0) {
         return 0;
     }
-    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(pstRs);
+    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(query.Get());
     if (pucData == nullptr) {
         return 1;
     }
@@ -69,13 +67,13 @@ extern "C" uint32_t VlanLua_IsL2SupConfig(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIn
     if (!CtxComplete(pstCtx)) {
         return 0;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_L2SUP_CFG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<L2SUP_CFG> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 0;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), VLANLUA_L2SUP_FLD_MODE, sizeof(uint32_t));
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_L2SUP_FLD_IFINDEX, &uiIfIndex, sizeof(uiIfIndex));
-    return SupModeConfigured(rs.Get());
+    query.Select<L2SUP_CFG::supMode>();
+    query.Where<L2SUP_CFG::ifIndex>(VLANLUA_OP_EQ, uiIfIndex);
+    return SupModeConfigured(query);
 }
 
 extern "C" uint32_t VlanLua_IsPwSupConfig(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIndex)
@@ -83,8 +81,8 @@ extern "C" uint32_t VlanLua_IsPwSupConfig(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIn
     if (!CtxComplete(pstCtx)) {
         return 0;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_PWSUP_CFG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<PWSUP_CFG> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 0;
     }
     uint32_t uiLrId = 0;
@@ -92,8 +90,8 @@ extern "C" uint32_t VlanLua_IsPwSupConfig(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIn
     if (ECM_CAPI_GetLrVrId(pstCtx->pObj, &uiLrId, &uiVrId) != 0) {
         return 0;               /* without the object's VR a record of another VR could answer */
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), VLANLUA_PWSUP_FLD_MODE, sizeof(uint32_t));
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_PWSUP_FLD_VRID, &uiVrId, sizeof(uiVrId));
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_PWSUP_FLD_IFINDEX, &uiIfIndex, sizeof(uiIfIndex));
-    return SupModeConfigured(rs.Get());
+    query.Select<PWSUP_CFG::supMode>();
+    query.Where<PWSUP_CFG::vrId>(VLANLUA_OP_EQ, uiVrId);
+    query.Where<PWSUP_CFG::ifIndex>(VLANLUA_OP_EQ, uiIfIndex);
+    return SupModeConfigured(query);
 }

@@ -11,12 +11,6 @@
 extern "C" {
 #endif
 
-/* IF_INFO fields read by the module (each a u32). */
-#define VLANLUA_IFINFO_FLD_IFINDEX    2
-#define VLANLUA_IFINFO_FLD_VRID       3
-#define VLANLUA_IFINFO_FLD_KIND       4
-#define VLANLUA_IFINFO_FLD_MAINIF     12
-
 /* Main interface of a sub-interface; a sub-interface without a record gives 0 and main 0. */
 uint32_t vlanLua_GetMainifBySubif(VLANLUA_CTX_S *pstCtx, uint32_t uiSubIfIndex, uint32_t *puiMainIfIndex);
 /* 1 when layer-2 support is configured on the interface; 0 when not, or when unknown. */

@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstring>
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "sec_bound.h"
+
+using Qm = VlanLuaTbl::QINQ_MATCH_SEG;
 
 /* Address of a field of the packed record, as a byte pointer (no unaligned typed pointer). */
 #define QINQ_FIELD_PTR(pstRec, member) \
@@ -17,24 +19,16 @@
 
 extern "C" void vlanLua_SetQinQMatchField(VLANLUA_RECORDSET_S *pstRs)
 {
-    static const struct { uint8_t ucField; uint8_t ucWidth; } astSel[] = {
-        {1, 4}, {2, 4}, {3, 4}, {4, 2}, {5, 2}, {6, 2}, {7, 2}, {9, 4}, {10, 4}, {8, 1}, {11, 4},
-        {12, VLANLUA_QINQ_KEYNAME_LEN},
-    };
-    for (const auto &sel : astSel) {
-        VLANLUA_RecordSet_SelectField(pstRs, sel.ucField, sel.ucWidth);
-    }
+    VlanLua_SelectRecord<VLANLUA_QINQMATCH_S, Qm::attr1, Qm::ifIndex, Qm::segIndex, Qm::peBegin, Qm::peEnd,
+                         Qm::ceBegin, Qm::ceEnd, Qm::vrId, Qm::mainIfIndex, Qm::groupId, Qm::upId, Qm::keyName>(pstRs);
 }
 
 /* Interface, VR ID and group ID: the scope within which rectangles fuse. */
-static void WhereSameScope(VLANLUA_RECORDSET_S *pstRs, const VLANLUA_QINQMATCH_S *pstRec)
+static void WhereSameScope(VlanLuaQuery<Qm> &query, const VLANLUA_QINQMATCH_S *pstRec)
 {
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_IFINDEX,
-                                  QINQ_FIELD_PTR(pstRec, uiIfIndex), 4);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_VRID, QINQ_FIELD_PTR(pstRec, uiVrId),
-                                  4);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_GROUP,
-                                  QINQ_FIELD_PTR(pstRec, ucGroupId), 1);
+    query.Where<Qm::ifIndex>(VLANLUA_OP_EQ, pstRec->uiIfIndex);
+    query.Where<Qm::vrId>(VLANLUA_OP_EQ, pstRec->uiVrId);
+    query.Where<Qm::groupId>(VLANLUA_OP_EQ, pstRec->ucGroupId);
 }
 
 extern "C" uint32_t vlanLua_QinQRecordCnt(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQMATCH_S *pstRec,
@@ -43,13 +37,12 @@ extern "C" uint32_t vlanLua_QinQRecordCnt(VLANLUA_CTX_S *pstCtx, const VLANLUA_Q
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstRec == nullptr || puiCount == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Qm> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    WhereSameScope(rs.Get(), pstRec);
-    return ECM_CAPI_QueryCount(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG, rs.Get()->pstWhere, VLANLUA_QUERY_MODE,
-                               puiCount);
+    WhereSameScope(query, pstRec);
+    return query.Count(puiCount);
 }
 
 /* ---- reading the stored rectangles ---- */
@@ -107,26 +100,26 @@ extern "C" uint32_t vlanLua_QinQReadIfSegs(VLANLUA_CTX_S *pstCtx, const VLANLUA_
         return 1;
     }
     *puiAdjCount = 0;
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Qm> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    vlanLua_SetQinQMatchField(rs.Get());
-    WhereSameScope(rs.Get(), pstNew);
+    vlanLua_SetQinQMatchField(query.Get());
+    WhereSameScope(query, pstNew);
     uint32_t uiCount = 0;
-    if (ECM_CAPI_QueryCount(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG, rs.Get()->pstWhere, VLANLUA_QUERY_MODE,
-                            &uiCount) != 0) {
+    if (query.Count(&uiCount) != 0) {
         return 1;
     }
     if (uiCount == 0) {
         return 0;
     }
-    if (VLANLUA_RecordSet_Query(rs.Get(), sizeof(VLANLUA_QINQMATCH_S), QueryBound(uiCount)) != 0 ||
-        VLANLUA_RecordSet_GetDataNum(rs.Get()) == 0 || VLANLUA_RecordSet_GetDataBuff(rs.Get()) == nullptr) {
+    const VLANLUA_RECORDSET_S *pstRs = query.Get();
+    if (query.Query(QueryBound(uiCount)) != 0 || VLANLUA_RecordSet_GetDataNum(pstRs) == 0 ||
+        VLANLUA_RecordSet_GetDataBuff(pstRs) == nullptr) {
         return 1;
     }
-    uint32_t uiNum = VLANLUA_RecordSet_GetDataNum(rs.Get()) / sizeof(VLANLUA_QINQMATCH_S);
-    return ListStoredRecords(pstCtx, pstNew, VLANLUA_RecordSet_GetDataBuff(rs.Get()), uiNum, pstList, puiAdjCount);
+    uint32_t uiNum = VLANLUA_RecordSet_GetDataNum(pstRs) / sizeof(VLANLUA_QINQMATCH_S);
+    return ListStoredRecords(pstCtx, pstNew, VLANLUA_RecordSet_GetDataBuff(pstRs), uiNum, pstList, puiAdjCount);
 }
 
 extern "C" uint32_t vlanLua_QinQAddQSegTo(const VLANLUA_QINQMATCH_S *pstRec, uint32_t uiState,
@@ -148,22 +141,20 @@ extern "C" uint32_t vlanLua_QinQInsertSegs(VLANLUA_CTX_S *pstCtx, const VLANLUA_
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstRec == nullptr) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        {VLANLUA_TYPE_U32, 1, 4, QINQ_FIELD_PTR(pstRec, uiAttr1)},
-        {VLANLUA_TYPE_U32, 2, 4, QINQ_FIELD_PTR(pstRec, uiIfIndex)},
-        {VLANLUA_TYPE_U32, 3, 4, QINQ_FIELD_PTR(pstRec, uiSegIndex)},
-        {VLANLUA_TYPE_U16, 4, 2, QINQ_FIELD_PTR(pstRec, usPeBgn)},
-        {VLANLUA_TYPE_U16, 5, 2, QINQ_FIELD_PTR(pstRec, usPeEnd)},
-        {VLANLUA_TYPE_U16, 6, 2, QINQ_FIELD_PTR(pstRec, usCeBgn)},
-        {VLANLUA_TYPE_U16, 7, 2, QINQ_FIELD_PTR(pstRec, usCeEnd)},
-        {VLANLUA_TYPE_U8, 8, 1, QINQ_FIELD_PTR(pstRec, ucGroupId)},
-        {VLANLUA_TYPE_VRID, 9, 4, QINQ_FIELD_PTR(pstRec, uiVrId)},
-        {VLANLUA_TYPE_U32, 10, 4, QINQ_FIELD_PTR(pstRec, uiMainIfIndex)},
-        {VLANLUA_TYPE_U32, 11, 4, QINQ_FIELD_PTR(pstRec, uiUpId)},
-        {VLANLUA_TYPE_TEXT, 12, VLANLUA_QINQ_KEYNAME_LEN, QINQ_FIELD_PTR(pstRec, szKeyName)},
-    };
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astFields), 12, 1);
+    VlanLuaWriteList<Qm> list;
+    list.AddBytes<Qm::attr1>(QINQ_FIELD_PTR(pstRec, uiAttr1));
+    list.AddBytes<Qm::ifIndex>(QINQ_FIELD_PTR(pstRec, uiIfIndex));
+    list.AddBytes<Qm::segIndex>(QINQ_FIELD_PTR(pstRec, uiSegIndex));
+    list.AddBytes<Qm::peBegin>(QINQ_FIELD_PTR(pstRec, usPeBgn));
+    list.AddBytes<Qm::peEnd>(QINQ_FIELD_PTR(pstRec, usPeEnd));
+    list.AddBytes<Qm::ceBegin>(QINQ_FIELD_PTR(pstRec, usCeBgn));
+    list.AddBytes<Qm::ceEnd>(QINQ_FIELD_PTR(pstRec, usCeEnd));
+    list.AddBytes<Qm::groupId>(QINQ_FIELD_PTR(pstRec, ucGroupId));
+    list.AddBytes<Qm::vrId>(QINQ_FIELD_PTR(pstRec, uiVrId));
+    list.AddBytes<Qm::mainIfIndex>(QINQ_FIELD_PTR(pstRec, uiMainIfIndex));
+    list.AddBytes<Qm::upId>(QINQ_FIELD_PTR(pstRec, uiUpId));
+    list.AddBytes<Qm::keyName>(QINQ_FIELD_PTR(pstRec, szKeyName));
+    return list.Insert(pstCtx->pObj, 1);
 }
 
 extern "C" uint32_t vlanLua_QinQDeleteSegs(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIndex, uint32_t uiSegIndex)
@@ -171,10 +162,8 @@ extern "C" uint32_t vlanLua_QinQDeleteSegs(VLANLUA_CTX_S *pstCtx, uint32_t uiIfI
     if (pstCtx == nullptr || pstCtx->pObj == nullptr) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astKey[] = {
-        {VLANLUA_TYPE_U32, 2, 4, &uiIfIndex},
-        {VLANLUA_TYPE_U32, 3, 4, &uiSegIndex},
-    };
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astKey), 2, 1);
+    VlanLuaWriteList<Qm> list;
+    list.Add<Qm::ifIndex>(&uiIfIndex);
+    list.Add<Qm::segIndex>(&uiSegIndex);
+    return list.Delete(pstCtx->pObj, 1);
 }

@@ -31,11 +31,6 @@ typedef struct __attribute__((packed)) {
     char szKeyName[VLANLUA_QINQ_KEYNAME_LEN];   /* field 12, not terminated when full */
 } VLANLUA_QINQMATCH_S;
 
-#define VLANLUA_QINQMATCH_FLD_IFINDEX   2
-#define VLANLUA_QINQMATCH_FLD_GROUP     8
-#define VLANLUA_QINQMATCH_FLD_VRID      9
-#define VLANLUA_QINQMATCH_FLD_MAINIF    10
-
 void vlanLua_SetQinQMatchField(VLANLUA_RECORDSET_S *pstRs);
 uint32_t vlanLua_QinQRecordCnt(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQMATCH_S *pstRec, uint32_t *puiCount);
 uint32_t vlanLua_QinQReadIfSegs(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQMATCH_S *pstNew, VLANLUA_SEGLINK_S *pstList,

@@ -3,7 +3,9 @@
  * platform's names. */
 #include "bas/vlanlua_bas_segindex.h"
 
-#include "ecm_capi.h"
+#include "bas/vlanlua_bas_query.h"
+
+using SegIndex = VlanLuaTbl::SEG_INDEX;
 
 static_assert(sizeof(VLANLUA_FIELDVAL_S) == sizeof(ECM_FIELDVAL_S), "field value lists go to the database as is");
 
@@ -14,14 +16,12 @@ extern "C" uint32_t VlanLua_AllocSegIndex(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIn
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || puiSegIndex == nullptr) {
         return 1;
     }
-    if (ECM_CAPI_ApplyIndex(pstCtx->pObj, VLANLUA_TBL_SEG_INDEX, 1, puiSegIndex) != 0) {
+    if (ECM_CAPI_ApplyIndex(pstCtx->pObj, SegIndex::uiId, 1, puiSegIndex) != 0) {
         *puiSegIndex = 0;
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        {VLANLUA_TYPE_U32, 1, sizeof(uint32_t), puiSegIndex},
-        {VLANLUA_TYPE_VRID, 2, sizeof(uint32_t), &uiVrId},
-    };
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_SEG_INDEX,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astFields), 2, 0);
+    VlanLuaWriteList<SegIndex> list;
+    list.Add<SegIndex::segIndex>(puiSegIndex);
+    list.Add<SegIndex::vrId>(&uiVrId);
+    return list.Insert(pstCtx->pObj, 0);
 }

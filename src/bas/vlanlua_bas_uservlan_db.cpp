@@ -2,32 +2,21 @@
  * Uses only the platform's names; every write passes the final argument 1. */
 #include "vlanlua_uservlan.h"
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "bas/vlanlua_bas_segindex.h"
 #include "ecm_capi.h"
 #include "sec_bound.h"
 
 namespace {
 
+using Seg = VlanLuaTbl::UVLAN_QINQ_SEG;
+using BaseSvc = VlanLuaTbl::UVLAN_BASE_SVC;
+using VpnSvc = VlanLuaTbl::UVLAN_VPN_SVC;
+
 constexpr uint32_t kWriteFlag = 1;
 constexpr uint32_t kSvcRowLen = VLANLUA_UVLAN_MAP_LEN * sizeof(uint32_t);
 constexpr uint32_t kBaseSvcMap[VLANLUA_UVLAN_MAP_LEN] = {1, 2, 3, 4, 5, 6, 7, 16};
 constexpr uint32_t kVpnSvcMap[VLANLUA_UVLAN_MAP_LEN] = {8, 9, 10, 11, 12, 13, 14, 15};
-
-/* A field-value list under construction, on the caller's stack. */
-struct FieldList {
-    VLANLUA_FIELDVAL_S astField[16];
-    uint32_t uiNum = 0;
-
-    void Add(uint32_t uiType, uint16_t usField, uint16_t usWidth, const void *pValue)
-    {
-        astField[uiNum++] = VLANLUA_FIELDVAL_S{uiType, usField, usWidth, pValue};
-    }
-    void U32(uint16_t usField, const uint32_t *puiValue) { Add(VLANLUA_TYPE_U32, usField, 4, puiValue); }
-    void U16(uint16_t usField, const uint16_t *pusValue) { Add(VLANLUA_TYPE_U16, usField, 2, pusValue); }
-    void VrId(uint16_t usField, const uint32_t *puiValue) { Add(VLANLUA_TYPE_VRID, usField, 4, puiValue); }
-    const ECM_FIELDVAL_S *Raw() const { return reinterpret_cast<const ECM_FIELDVAL_S *>(astField); }
-};
 
 bool CtxUsable(const VLANLUA_CTX_S *pstCtx)
 {
@@ -50,63 +39,65 @@ uint32_t AnyPresent(const VLANLUA_UVLAN_SVCINFO_S *pstInfo, const uint32_t *puiT
 }
 
 /* The five conditions of a segment query key, in the order the tables are searched. */
-void AddSegQryWhere(VLANLUA_RECORDSET_S *pstRs, const VLANLUA_UVLAN_SEGQRY_S *pstQry)
+void AddSegQryWhere(VlanLuaQuery<Seg> &query, const VLANLUA_UVLAN_SEGQRY_S *pstQry)
 {
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, 1, &pstQry->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_GE, 8, &pstQry->usPeLow, 2);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_LE, 7, &pstQry->usPeHigh, 2);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_GE, 6, &pstQry->usCeLow, 2);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_LE, 5, &pstQry->usCeHigh, 2);
+    query.Where<Seg::ifIndex>(VLANLUA_OP_EQ, pstQry->uiIfIndex);
+    query.Where<Seg::peEnd>(VLANLUA_OP_GE, pstQry->usPeLow);
+    query.Where<Seg::peBegin>(VLANLUA_OP_LE, pstQry->usPeHigh);
+    query.Where<Seg::ceEnd>(VLANLUA_OP_GE, pstQry->usCeLow);
+    query.Where<Seg::ceBegin>(VLANLUA_OP_LE, pstQry->usCeHigh);
 }
 
-/* The key fields every service row starts with: 2, 1, 4 (unless skipped), 3, 5. */
-void AddSvcKeyFields(FieldList &list, const uint32_t *puiSegIndex, const VLANLUA_UVLAN_KEY_S *pstKey, bool bKeyA)
+/* The key fields every service row starts with: segment index, interface, key word A (unless
+ * skipped), key word B, VR ID. The two service tables number them alike. */
+template <class SvcTable>
+void AddSvcKeyFields(VlanLuaWriteList<SvcTable> &list, const uint32_t *puiSegIndex, const VLANLUA_UVLAN_KEY_S *pstKey,
+                     bool bKeyA)
 {
-    list.U32(2, puiSegIndex);
-    list.U32(1, &pstKey->uiIfIndex);
+    list.template Add<typename SvcTable::segIndex>(puiSegIndex);
+    list.template Add<typename SvcTable::ifIndex>(&pstKey->uiIfIndex);
     if (bKeyA) {
-        list.U32(4, &pstKey->uiKeyA);
+        list.template Add<typename SvcTable::keyA>(&pstKey->uiKeyA);
     }
-    list.U32(3, &pstKey->uiKeyB);
-    list.VrId(5, &pstKey->uiVrId);
+    list.template Add<typename SvcTable::keyB>(&pstKey->uiKeyB);
+    list.template Add<typename SvcTable::vrId>(&pstKey->uiVrId);
 }
 
-uint32_t WriteSvc(VLANLUA_CTX_S *pstCtx, uint32_t uiTable, const FieldList &list, bool bInsert)
-{
-    return bInsert ? ECM_CAPI_InsertRecord(pstCtx->pObj, uiTable, list.Raw(), list.uiNum, kWriteFlag)
-                   : ECM_CAPI_SetRecord(pstCtx->pObj, uiTable, list.Raw(), list.uiNum, kWriteFlag);
-}
-
-uint32_t DeleteSvcRow(VLANLUA_CTX_S *pstCtx, uint32_t uiTable, uint32_t uiSegIndex)
+template <class SvcTable>
+uint32_t DeleteSvcRow(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex)
 {
     if (!CtxUsable(pstCtx)) {
         return 1;
     }
-    FieldList list;
-    list.U32(2, &uiSegIndex);
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, uiTable, list.Raw(), list.uiNum, kWriteFlag);
+    VlanLuaWriteList<SvcTable> list;
+    list.template Add<typename SvcTable::segIndex>(&uiSegIndex);
+    return list.Delete(pstCtx->pObj, kWriteFlag);
 }
 
 /* One service table: its rows hold the values of eight service types, column by column. */
-struct SvcTable {
-    uint32_t uiTable;
+struct SvcTableInfo {
     uint32_t uiNoRowFlag;
     const char *pcNewErr;
     const uint32_t *puiTypes;                   /* the service types in column order (the map) */
-    uint8_t aucColumns[VLANLUA_UVLAN_MAP_LEN];  /* their field numbers */
+    uint8_t aucColumns[VLANLUA_UVLAN_MAP_LEN];  /* their fields */
     uint32_t uiCreateCheck;                     /* a row is created when one of the first this many is non-zero */
-    bool bSetKeyA;                              /* whether an update sends field 4 */
+    bool bSetKeyA;                              /* whether an update sends key word A */
 };
 
-constexpr SvcTable kBaseTable = {VLANLUA_TBL_UVLAN_BASE_SVC, UVLAN_SVC_NOBASE,
-                                 "vlanLua_UVlanQryBaseSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kBaseSvcMap,
-                                 {7, 8, 9, 10, 11, 12, 13, 6}, 7, true};
-constexpr SvcTable kVpnTable = {VLANLUA_TBL_UVLAN_VPN_SVC, UVLAN_SVC_NOVPN,
-                                "vlanLua_UVlanQryVpnSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kVpnSvcMap,
-                                {6, 7, 8, 9, 10, 11, 12, 13}, 8, false};
+constexpr SvcTableInfo kBaseTable = {
+    UVLAN_SVC_NOBASE, "vlanLua_UVlanQryBaseSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kBaseSvcMap,
+    {BaseSvc::svc1::ucFieldNo, BaseSvc::svc2::ucFieldNo, BaseSvc::svc3::ucFieldNo, BaseSvc::svc4::ucFieldNo,
+     BaseSvc::svc5::ucFieldNo, BaseSvc::svc6::ucFieldNo, BaseSvc::svc7::ucFieldNo, BaseSvc::svc16::ucFieldNo},
+    7, true};
+constexpr SvcTableInfo kVpnTable = {
+    UVLAN_SVC_NOVPN, "vlanLua_UVlanQryVpnSvcBySegindex: VLANLUA_RecordSet_New ERR\n", kVpnSvcMap,
+    {VpnSvc::svc8::ucFieldNo, VpnSvc::svc9::ucFieldNo, VpnSvc::svc10::ucFieldNo, VpnSvc::svc11::ucFieldNo,
+     VpnSvc::svc12::ucFieldNo, VpnSvc::svc13::ucFieldNo, VpnSvc::svc14::ucFieldNo, VpnSvc::svc15::ucFieldNo},
+    8, false};
 
 /* Inserts the table's row for a segment with every column; nothing when the checked values are all 0. */
-uint32_t CreateSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
+template <class SvcTable>
+uint32_t CreateSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTableInfo &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                       const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
     if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
@@ -119,57 +110,59 @@ uint32_t CreateSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, const VLANLUA_
     if (!bAny) {
         return 0;
     }
-    FieldList list;
+    VlanLuaWriteList<SvcTable> list;
     AddSvcKeyFields(list, &uiSegIndex, pstKey, true);
     for (uint32_t i = 0; i < VLANLUA_UVLAN_MAP_LEN; i++) {
-        list.U32(tbl.aucColumns[i], &pstInfo->astSvc[tbl.puiTypes[i]].uiSvcValue);
+        list.AddField(tbl.aucColumns[i], &pstInfo->astSvc[tbl.puiTypes[i]].uiSvcValue);
     }
-    return WriteSvc(pstCtx, tbl.uiTable, list, true);
+    return list.Insert(pstCtx->pObj, kWriteFlag);
 }
 
 /* Updates the table's row of a segment with the columns whose service entry has a type word. */
-uint32_t SetSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
+template <class SvcTable>
+uint32_t SetSvcRow(VLANLUA_CTX_S *pstCtx, const SvcTableInfo &tbl, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                    const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
     if (!CtxUsable(pstCtx) || pstInfo == nullptr || pstKey == nullptr) {
         return 1;
     }
-    FieldList list;
+    VlanLuaWriteList<SvcTable> list;
     AddSvcKeyFields(list, &uiSegIndex, pstKey, tbl.bSetKeyA);
     for (uint32_t i = 0; i < VLANLUA_UVLAN_MAP_LEN; i++) {
         const VLANLUA_UVLAN_SVC_S &e = pstInfo->astSvc[tbl.puiTypes[i]];
         if (e.uiSvcType != 0) {
-            list.U32(tbl.aucColumns[i], &e.uiSvcValue);
+            list.AddField(tbl.aucColumns[i], &e.uiSvcValue);
         }
     }
-    return WriteSvc(pstCtx, tbl.uiTable, list, false);
+    return list.Set(pstCtx->pObj, kWriteFlag);
 }
 
 /* Reads one service row of a segment into the record through the map; a missing row, or one
  * whose values are all 0, sets the table's no-row flag. */
-void QrySvcRow(VLANLUA_CTX_S *pstCtx, const SvcTable &tbl, uint32_t uiSegIndex, VLANLUA_UVLAN_SVCSEG_S *pstSeg,
+template <class SvcTable>
+void QrySvcRow(VLANLUA_CTX_S *pstCtx, const SvcTableInfo &tbl, uint32_t uiSegIndex, VLANLUA_UVLAN_SVCSEG_S *pstSeg,
                const uint32_t *puiMap)
 {
     if (!CtxUsable(pstCtx) || pstSeg == nullptr || puiMap == nullptr) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, tbl.uiTable));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<SvcTable> query(pstCtx->pObj);
+    if (!query.Made()) {
         VLANLUA_Write(pstCtx->pstLog, "%s", tbl.pcNewErr);
         return;
     }
     for (uint8_t ucField : tbl.aucColumns) {
-        VLANLUA_RecordSet_SelectField(rs.Get(), ucField, 4);
+        query.SelectField(ucField);
     }
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 2, &uiSegIndex, 4);
-    uint32_t uiRet = VLANLUA_RecordSet_Query(rs.Get(), kSvcRowLen, 1);
-    if (uiRet != 0 || VLANLUA_RecordSet_GetRecordNum(rs.Get()) == 0) {
+    query.template Where<typename SvcTable::segIndex>(VLANLUA_OP_EQ, uiSegIndex);
+    uint32_t uiRet = query.Query(1);
+    if (uiRet != 0 || VLANLUA_RecordSet_GetRecordNum(query.Get()) == 0) {
         pstSeg->uiFlag |= tbl.uiNoRowFlag;
         vlanLua_UVlanBaseSvcSetInvalid(&pstSeg->stSvcInfo, puiMap);
         return;
     }
     uint32_t auiValues[VLANLUA_UVLAN_MAP_LEN];
-    (void)memcpy_s(auiValues, sizeof(auiValues), VLANLUA_RecordSet_GetDataBuff(rs.Get()), kSvcRowLen);
+    (void)memcpy_s(auiValues, sizeof(auiValues), VLANLUA_RecordSet_GetDataBuff(query.Get()), kSvcRowLen);
     uint32_t uiAny = 0;
     vlanLua_UVlanBaseSvcCopy(&pstSeg->stSvcInfo, auiValues, puiMap, &uiAny);
     if (uiAny == 0) {
@@ -187,14 +180,13 @@ extern "C" uint32_t vlanLua_UVlanGetQinqSegCnt(VLANLUA_CTX_S *pstCtx, const VLAN
     if (!CtxUsable(pstCtx) || pstQry == nullptr || puiCnt == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Seg> query(pstCtx->pObj);
+    if (!query.Made()) {
         VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanCnt: VLANLUA_RecordSet_New rtn ERR\n");
         return 1;
     }
-    AddSegQryWhere(rs.Get(), pstQry);
-    return ECM_CAPI_QueryCount(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG, rs.Get()->pstWhere, VLANLUA_QUERY_MODE,
-                               puiCnt);
+    AddSegQryWhere(query, pstQry);
+    return query.Count(puiCnt);
 }
 
 extern "C" void vlanLua_UVlanQueryQinqSeg(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SEGQRY_S *pstQry,
@@ -204,26 +196,22 @@ extern "C" void vlanLua_UVlanQueryQinqSeg(VLANLUA_CTX_S *pstCtx, const VLANLUA_U
     if (pstList == nullptr || vlanLua_UVlanGetQinqSegCnt(pstCtx, pstQry, &uiCnt) != 0 || uiCnt == 0) {
         return;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Seg> query(pstCtx->pObj);
+    if (!query.Made()) {
         VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanQinqQuery: VLANLUA_RecordSet_New ERR\n");
         return;
     }
-    static constexpr struct { uint8_t ucField; uint16_t usWidth; } kColumns[] = {
-        {1, 4}, {7, 2}, {8, 2}, {5, 2}, {6, 2}, {2, 4}, {9, 4}, {3, 4}};
-    for (const auto &col : kColumns) {
-        VLANLUA_RecordSet_SelectField(rs.Get(), col.ucField, col.usWidth);
-    }
-    AddSegQryWhere(rs.Get(), pstQry);
-    VLANLUA_RecordSet_SortField(rs.Get(), 7);
-    VLANLUA_RecordSet_SortField(rs.Get(), 5);
+    query.SelectRecord<VLANLUA_UVLAN_SEGREC_S, Seg::ifIndex, Seg::peBegin, Seg::peEnd, Seg::ceBegin, Seg::ceEnd,
+                       Seg::segIndex, Seg::keyA, Seg::keyB>();
+    AddSegQryWhere(query, pstQry);
+    query.SortBy<Seg::peBegin, Seg::ceBegin>();
     uint16_t usWant = uiCnt > 0xFFFFu ? 0xFFFFu : static_cast<uint16_t>(uiCnt);
-    if (VLANLUA_RecordSet_Query(rs.Get(), sizeof(VLANLUA_UVLAN_SEGREC_S), usWant) != 0) {
+    if (query.Query(usWant) != 0) {
         return;
     }
-    pstList->uiNum = VLANLUA_RecordSet_GetRecordNum(rs.Get());
-    pstList->pucData = VLANLUA_RecordSet_GetDataBuff(rs.Get());
-    pstList->pstRs = rs.Release();
+    pstList->uiNum = VLANLUA_RecordSet_GetRecordNum(query.Get());
+    pstList->pucData = VLANLUA_RecordSet_GetDataBuff(query.Get());
+    pstList->pstRs = query.Release();
 }
 
 extern "C" uint32_t vlanLua_UVlanInsertQinqSeg(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_PAIR_S *pstPair,
@@ -238,19 +226,19 @@ extern "C" uint32_t vlanLua_UVlanInsertQinqSeg(VLANLUA_CTX_S *pstCtx, const VLAN
         return 1;
     }
     *puiSegIndex = uiSegIndex;
-    FieldList list;
-    list.U32(2, puiSegIndex);
-    list.U32(1, &pstKey->uiIfIndex);
-    list.U16(5, &pstPair->usCeBgn);
-    list.U16(6, &pstPair->usCeEnd);
-    list.U16(7, &pstPair->usPeBgn);
-    list.U16(8, &pstPair->usPeEnd);
-    list.U32(9, &pstKey->uiKeyA);
-    list.U32(3, &pstKey->uiKeyB);
-    list.VrId(4, &pstKey->uiVrId);
-    list.U32(10, &pstKey->uiUpId);
-    list.Add(VLANLUA_TYPE_TEXT, 11, VLANLUA_UVLAN_KEYNAME_LEN, pstKey->szKeyName);
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG, list.Raw(), list.uiNum, kWriteFlag);
+    VlanLuaWriteList<Seg> list;
+    list.Add<Seg::segIndex>(puiSegIndex);
+    list.Add<Seg::ifIndex>(&pstKey->uiIfIndex);
+    list.Add<Seg::ceBegin>(&pstPair->usCeBgn);
+    list.Add<Seg::ceEnd>(&pstPair->usCeEnd);
+    list.Add<Seg::peBegin>(&pstPair->usPeBgn);
+    list.Add<Seg::peEnd>(&pstPair->usPeEnd);
+    list.Add<Seg::keyA>(&pstKey->uiKeyA);
+    list.Add<Seg::keyB>(&pstKey->uiKeyB);
+    list.Add<Seg::vrId>(&pstKey->uiVrId);
+    list.Add<Seg::upId>(&pstKey->uiUpId);
+    list.Add<Seg::keyName>(&pstKey->szKeyName);
+    return list.Insert(pstCtx->pObj, kWriteFlag);
 }
 
 extern "C" uint32_t vlanLua_UVlanDeleteQinqSeg(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex,
@@ -259,10 +247,10 @@ extern "C" uint32_t vlanLua_UVlanDeleteQinqSeg(VLANLUA_CTX_S *pstCtx, uint32_t u
     if (!CtxUsable(pstCtx) || pstKey == nullptr) {
         return 1;
     }
-    FieldList list;
-    list.U32(2, &uiSegIndex);
-    list.U32(1, &pstKey->uiIfIndex);
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, VLANLUA_TBL_UVLAN_QINQ_SEG, list.Raw(), list.uiNum, kWriteFlag);
+    VlanLuaWriteList<Seg> list;
+    list.Add<Seg::segIndex>(&uiSegIndex);
+    list.Add<Seg::ifIndex>(&pstKey->uiIfIndex);
+    return list.Delete(pstCtx->pObj, kWriteFlag);
 }
 
 /* ---- service info ---- */
@@ -355,35 +343,35 @@ extern "C" uint32_t vlanLua_UVlanIsNullVpnSvcInfo(const VLANLUA_UVLAN_SVCINFO_S 
 extern "C" uint32_t vlanLua_UVlanCreateBaseSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                                const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    return CreateSvcRow(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
+    return CreateSvcRow<BaseSvc>(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanCreateVpnSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                               const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    return CreateSvcRow(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
+    return CreateSvcRow<VpnSvc>(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanSetBaseSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                             const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    return SetSvcRow(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
+    return SetSvcRow<BaseSvc>(pstCtx, kBaseTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanSetVpnSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
                                            const VLANLUA_UVLAN_KEY_S *pstKey, uint32_t uiSegIndex)
 {
-    return SetSvcRow(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
+    return SetSvcRow<VpnSvc>(pstCtx, kVpnTable, pstInfo, pstKey, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanDeleteBaseSvc(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex)
 {
-    return DeleteSvcRow(pstCtx, VLANLUA_TBL_UVLAN_BASE_SVC, uiSegIndex);
+    return DeleteSvcRow<BaseSvc>(pstCtx, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanDeleteVpnSvc(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex)
 {
-    return DeleteSvcRow(pstCtx, VLANLUA_TBL_UVLAN_VPN_SVC, uiSegIndex);
+    return DeleteSvcRow<VpnSvc>(pstCtx, uiSegIndex);
 }
 
 extern "C" uint32_t vlanLua_UVlanCreateSvc(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_SVCINFO_S *pstInfo,
@@ -436,11 +424,11 @@ extern "C" uint32_t vlanLua_UVlanDeleteSvc(VLANLUA_CTX_S *pstCtx, uint32_t uiSeg
 extern "C" void vlanLua_UVlanQryBaseSvcBySegindex(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex,
                                                   VLANLUA_UVLAN_SVCSEG_S *pstSeg, const uint32_t *puiMap)
 {
-    QrySvcRow(pstCtx, kBaseTable, uiSegIndex, pstSeg, puiMap);
+    QrySvcRow<BaseSvc>(pstCtx, kBaseTable, uiSegIndex, pstSeg, puiMap);
 }
 
 extern "C" void vlanLua_UVlanQryVpnSvcBySegindex(VLANLUA_CTX_S *pstCtx, uint32_t uiSegIndex,
                                                  VLANLUA_UVLAN_SVCSEG_S *pstSeg, const uint32_t *puiMap)
 {
-    QrySvcRow(pstCtx, kVpnTable, uiSegIndex, pstSeg, puiMap);
+    QrySvcRow<VpnSvc>(pstCtx, kVpnTable, uiSegIndex, pstSeg, puiMap);
 }

@@ -3,7 +3,7 @@
  * reset only clears the nodes in use. Uses only the platform's names. */
 #include "vlanlua_uservlan_mib.h"
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "sec_bound.h"
 
 /* ---- ordering ---- */
@@ -92,12 +92,16 @@ uint32_t vlanLua_UserVlanCnt(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_CNTKEY_S
         VLANLUA_Write(pstCtx->pstLog, "vlanLua_UserVlanCnt: VLANLUA_RecordSet_New rtn ERR\n");
         return 1;
     }
+    uint32_t uiDropped = 0;
     if (pstKey->uiBgn != pstKey->uiEnd) {
-        (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, ucRangeField, &pstKey->uiBgn, 4);
-        (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, ucRangeField, &pstKey->uiEnd, 4);
+        uiDropped |= VlanLua_WhereU32(rs.Get(), VLANLUA_OP_GE, ucRangeField, pstKey->uiBgn);
+        uiDropped |= VlanLua_WhereU32(rs.Get(), VLANLUA_OP_LE, ucRangeField, pstKey->uiEnd);
     } else {
-        (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, ucRangeField, &pstKey->uiBgn, 4);
+        uiDropped |= VlanLua_WhereU32(rs.Get(), VLANLUA_OP_EQ, ucRangeField, pstKey->uiBgn);
     }
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, ucEqualField, &pstKey->uiVal, 4);
+    uiDropped |= VlanLua_WhereU32(rs.Get(), VLANLUA_OP_EQ, ucEqualField, pstKey->uiVal);
+    if (uiDropped != 0) {
+        return 1;                                       /* never a count under fewer conditions */
+    }
     return ECM_CAPI_QueryCount(pstCtx->pObj, uiTableId, rs.Get()->pstWhere, VLANLUA_QUERY_MODE, puiCount);
 }

@@ -3,15 +3,19 @@
  * and nothing here writes to the database. Uses only the platform's names. */
 #include "vlanlua_uservlan_mib.h"
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "sec_bound.h"
 
 namespace {
 
-constexpr uint16_t DOT1Q_REC_LEN = sizeof(VLANLUA_UVLAN_DOT1QREC_S);
-constexpr uint16_t QINQ_REC_LEN = sizeof(VLANLUA_UVLAN_QINQREC_S);
+using IfInfo = VlanLuaTbl::IF_INFO;
+using UDot1q = VlanLuaTbl::UVLAN_DOT1Q;
+using USeg = VlanLuaTbl::UVLAN_QINQ_SEG;
+using UDesc = VlanLuaTbl::UVLAN_DESC;
+using UAnyOther = VlanLuaTbl::UVLAN_ANYOTHER;
+
 constexpr uint16_t DESC_REC_LEN = sizeof(VLANLUA_UVLAN_DESCREC_S);
-constexpr uint16_t IFINDEX_REC_LEN = 4;
+constexpr uint32_t DESC_TEXT_AT = UDesc::ifIndex::usWidth + UDesc::peVlan::usWidth + UDesc::ceVlan::usWidth;
 
 /* A record count of the database is 16 bits wide; a larger wish reads as many rows as it can. */
 uint16_t ClampRows(uint64_t ulRows)
@@ -21,26 +25,27 @@ uint16_t ClampRows(uint64_t ulRows)
 
 /* Rows of the interface in the VR; a failed count counts 0. */
 uint32_t CountIfRows(VLANLUA_CTX_S *pstCtx, uint32_t uiTableId, uint32_t uiIfIndex, uint32_t uiVrId,
-                     uint8_t ucVrField)
+                     uint8_t ucIfField, uint8_t ucVrField)
 {
     VLANLUA_UVLAN_CNTKEY_S stKey = {uiIfIndex, uiIfIndex, uiVrId};
     uint32_t uiCount = 0;
-    if (vlanLua_UserVlanCnt(pstCtx, &stKey, uiTableId, 1, ucVrField, &uiCount) != 0) {
+    if (vlanLua_UserVlanCnt(pstCtx, &stKey, uiTableId, ucIfField, ucVrField, &uiCount) != 0) {
         return 0;
     }
     return uiCount;
 }
 
 /* Runs the query and hands the record set to the list, or deletes it when the query fails. */
-void LoadList(VlanLuaRsGuard &rs, uint16_t usRecLen, uint16_t usRows, VLANLUA_UVLAN_LIST_S *pstList)
+template <class Table>
+void LoadList(VlanLuaQuery<Table> &query, uint16_t usRows, VLANLUA_UVLAN_LIST_S *pstList)
 {
-    if (VLANLUA_RecordSet_Query(rs.Get(), usRecLen, usRows) != 0) {
+    if (query.Query(usRows) != 0) {
         return;
     }
-    pstList->uiRecNum = VLANLUA_RecordSet_GetRecordNum(rs.Get());
-    pstList->pucData = VLANLUA_RecordSet_GetDataBuff(rs.Get());
+    pstList->uiRecNum = VLANLUA_RecordSet_GetRecordNum(query.Get());
+    pstList->pucData = VLANLUA_RecordSet_GetDataBuff(query.Get());
     pstList->uiCur = 0;
-    pstList->pstRs = rs.Release();
+    pstList->pstRs = query.Release();
 }
 
 void DropList(VLANLUA_UVLAN_LIST_S *pstList)
@@ -50,40 +55,35 @@ void DropList(VLANLUA_UVLAN_LIST_S *pstList)
 }
 
 /* One-record probe: 0 when exactly one record answers the conditions. */
-uint32_t ProbeOne(VlanLuaRsGuard &rs)
+template <class Table>
+uint32_t ProbeOne(VlanLuaQuery<Table> &query)
 {
-    if (VLANLUA_RecordSet_QueryFld(rs.Get(), 1) != 0) {
+    if (query.Query(1) != 0) {
         return 1;
     }
-    return VLANLUA_RecordSet_GetRecordNum(rs.Get()) == 1 ? 0 : 1;
+    return VLANLUA_RecordSet_GetRecordNum(query.Get()) == 1 ? 0 : 1;
 }
 
-/* A record set on the table, or null after appending "<pcWho>: VLANLUA_RecordSet_New ERR". */
-VLANLUA_RECORDSET_S *NewRecordSet(VLANLUA_CTX_S *pstCtx, uint32_t uiTableId, const char *pcWho)
+/* Whether the query's record set was made; if not, "<pcWho>: VLANLUA_RecordSet_New ERR" is appended. */
+bool QueryMade(VLANLUA_CTX_S *pstCtx, bool bMade, const char *pcWho)
 {
-    VLANLUA_RECORDSET_S *pstRs = VLANLUA_RecordSet_New(pstCtx->pObj, uiTableId);
-    if (pstRs == nullptr) {
+    if (!bMade) {
         VLANLUA_Write(pstCtx->pstLog, "%s: VLANLUA_RecordSet_New ERR\n", pcWho);
     }
-    return pstRs;
+    return bMade;
 }
 
 /* The 8-byte 802.1Q row: interface, first VLAN, last VLAN. */
-void SelectDot1qRow(VLANLUA_RECORDSET_S *pstRs)
+void SelectDot1qRow(VlanLuaQuery<UDot1q> &query)
 {
-    VLANLUA_RecordSet_SelectField(pstRs, 1, 4);
-    VLANLUA_RecordSet_SelectField(pstRs, 5, 2);
-    VLANLUA_RecordSet_SelectField(pstRs, 6, 2);
+    query.SelectRecord<VLANLUA_UVLAN_DOT1QREC_S, UDot1q::ifIndex, UDot1q::vlanBegin, UDot1q::vlanEnd>();
 }
 
 /* The 12-byte QinQ row: interface, PE begin and end, CE begin and end. */
-void SelectQinqRow(VLANLUA_RECORDSET_S *pstRs)
+void SelectQinqRow(VlanLuaQuery<USeg> &query)
 {
-    VLANLUA_RecordSet_SelectField(pstRs, 1, 4);
-    VLANLUA_RecordSet_SelectField(pstRs, 7, 2);
-    VLANLUA_RecordSet_SelectField(pstRs, 8, 2);
-    VLANLUA_RecordSet_SelectField(pstRs, 5, 2);
-    VLANLUA_RecordSet_SelectField(pstRs, 6, 2);
+    query.SelectRecord<VLANLUA_UVLAN_QINQREC_S, USeg::ifIndex, USeg::peBegin, USeg::peEnd, USeg::ceBegin,
+                       USeg::ceEnd>();
 }
 
 }  // namespace
@@ -95,16 +95,16 @@ uint32_t vlanLua_UserVlanDot1qExist(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_M
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstKey == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DOT1Q, "vlanLua_UserVlanDot1qExist"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<UDot1q> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanDot1qExist")) {
         return 1;
     }
-    SelectDot1qRow(rs.Get());
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 1, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 5, &pstKey->usCeVid, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 6, &pstKey->usCeVid, 2);
-    return ProbeOne(rs);
+    SelectDot1qRow(query);
+    query.Where<UDot1q::ifIndex>(VLANLUA_OP_EQ, pstKey->uiIfIndex);
+    query.Where<UDot1q::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.Where<UDot1q::vlanBegin>(VLANLUA_OP_LE, pstKey->usCeVid);
+    query.Where<UDot1q::vlanEnd>(VLANLUA_OP_GE, pstKey->usCeVid);
+    return ProbeOne(query);
 }
 
 /* Asks from the given interface upwards (greater or equal), unlike the 802.1Q check. */
@@ -113,18 +113,18 @@ uint32_t vlanLua_UserVlanQinqExist(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MI
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstKey == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_QINQ_SEG, "vlanLua_UserVlanQinqExist"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<USeg> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanQinqExist")) {
         return 1;
     }
-    SelectQinqRow(rs.Get());
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 7, &pstKey->usPeVid, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 8, &pstKey->usPeVid, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 5, &pstKey->usCeVid, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 6, &pstKey->usCeVid, 2);
-    return ProbeOne(rs);
+    SelectQinqRow(query);
+    query.Where<USeg::ifIndex>(VLANLUA_OP_GE, pstKey->uiIfIndex);
+    query.Where<USeg::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.Where<USeg::peBegin>(VLANLUA_OP_LE, pstKey->usPeVid);
+    query.Where<USeg::peEnd>(VLANLUA_OP_GE, pstKey->usPeVid);
+    query.Where<USeg::ceBegin>(VLANLUA_OP_LE, pstKey->usCeVid);
+    query.Where<USeg::ceEnd>(VLANLUA_OP_GE, pstKey->usCeVid);
+    return ProbeOne(query);
 }
 
 /* ---- sources of a walk ---- */
@@ -138,21 +138,21 @@ void vlanLua_UserVlanDot1qQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKE
     pstSet->uiDot1qQueried = 1;
     uint64_t ulRows = pstKey->uiQueryNum;    /* every row yields at least one entry */
     if (pstKey->uiIfIndex != 0) {
-        ulRows += CountIfRows(pstCtx, VLANLUA_TBL_UVLAN_DOT1Q, pstKey->uiIfIndex, pstKey->uiVrId, 4);
+        ulRows += CountIfRows(pstCtx, UDot1q::uiId, pstKey->uiIfIndex, pstKey->uiVrId, UDot1q::ifIndex::ucFieldNo,
+                              UDot1q::vrId::ucFieldNo);
     }
     if (ulRows == 0) {
         return;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DOT1Q, "vlanLua_UserVlanDot1qQuery"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<UDot1q> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanDot1qQuery")) {
         return;
     }
-    SelectDot1qRow(rs.Get());
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), 1);
-    VLANLUA_RecordSet_SortField(rs.Get(), 5);
-    LoadList(rs, DOT1Q_REC_LEN, ClampRows(ulRows), &pstSet->stDot1qList);
+    SelectDot1qRow(query);
+    query.Where<UDot1q::ifIndex>(VLANLUA_OP_GE, pstKey->uiIfIndex);
+    query.Where<UDot1q::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.SortBy<UDot1q::ifIndex, UDot1q::vlanBegin>();
+    LoadList(query, ClampRows(ulRows), &pstSet->stDot1qList);
 }
 
 void vlanLua_UserVlanQinqQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKEY_S *pstKey,
@@ -161,20 +161,20 @@ void vlanLua_UserVlanQinqQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKEY
     if (pstList->pstRs != nullptr) {
         DropList(pstList);
     }
-    uint32_t uiRows = CountIfRows(pstCtx, VLANLUA_TBL_UVLAN_QINQ_SEG, pstKey->uiIfIndex, pstKey->uiVrId, 4);
+    uint32_t uiRows = CountIfRows(pstCtx, USeg::uiId, pstKey->uiIfIndex, pstKey->uiVrId, USeg::ifIndex::ucFieldNo,
+                                  USeg::vrId::ucFieldNo);
     if (uiRows == 0) {
         return;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_QINQ_SEG, "vlanLua_UserVlanQinqQuery"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<USeg> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanQinqQuery")) {
         return;
     }
-    SelectQinqRow(rs.Get());
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 1, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &pstKey->uiVrId, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), 1);
-    VLANLUA_RecordSet_SortField(rs.Get(), 5);
-    LoadList(rs, QINQ_REC_LEN, ClampRows(uiRows), pstList);
+    SelectQinqRow(query);
+    query.Where<USeg::ifIndex>(VLANLUA_OP_EQ, pstKey->uiIfIndex);
+    query.Where<USeg::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.SortBy<USeg::ifIndex, USeg::ceBegin>();
+    LoadList(query, ClampRows(uiRows), pstList);
 }
 
 void vlanLua_UserVlanQinqQueryIfIndex(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBKEY_S *pstKey,
@@ -183,22 +183,21 @@ void vlanLua_UserVlanQinqQueryIfIndex(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN
     if (pstKey->uiQueryType == VLANLUA_UVLAN_QUERY_ANYOTHER) {
         return;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_IF_INFO, "vlanLua_UserVlanQinqQuery"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<IfInfo> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanQinqQuery")) {
         return;
     }
-    const uint32_t uiKind = VLANLUA_UVLAN_IFKIND_QINQ;
-    VLANLUA_RecordSet_SelectField(rs.Get(), 2, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 2, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 3, &pstKey->uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 4, &uiKind, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), 2);
-    if (VLANLUA_RecordSet_Query(rs.Get(), IFINDEX_REC_LEN, VLANLUA_UVLAN_QINQ_IF_MAX) != 0) {
+    query.Select<IfInfo::ifIndex>();
+    query.Where<IfInfo::ifIndex>(VLANLUA_OP_GE, pstKey->uiIfIndex);
+    query.Where<IfInfo::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.Where<IfInfo::kind>(VLANLUA_OP_EQ, uint32_t{VLANLUA_UVLAN_IFKIND_QINQ});
+    query.SortBy<IfInfo::ifIndex>();
+    if (query.Query(VLANLUA_UVLAN_QINQ_IF_MAX) != 0) {
         return;
     }
-    uint32_t uiNum = VLANLUA_RecordSet_GetRecordNum(rs.Get());
+    uint32_t uiNum = VLANLUA_RecordSet_GetRecordNum(query.Get());
     uiNum = uiNum > VLANLUA_UVLAN_QINQ_IF_MAX ? VLANLUA_UVLAN_QINQ_IF_MAX : uiNum;
-    (void)memcpy_s(pstSet->auiQinqIfIndex, sizeof(pstSet->auiQinqIfIndex), VLANLUA_RecordSet_GetDataBuff(rs.Get()),
+    (void)memcpy_s(pstSet->auiQinqIfIndex, sizeof(pstSet->auiQinqIfIndex), VLANLUA_RecordSet_GetDataBuff(query.Get()),
                    uiNum * sizeof(uint32_t));
     pstSet->uiQinqIfNum = uiNum;
 }
@@ -213,15 +212,15 @@ void vlanLua_UserVlanAnyOtherQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MI
     if (pstKey->uiQueryNum == 0) {
         return;
     }
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_ANYOTHER, "vlanLua_UserVlanAnyOtherQuery"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<UAnyOther> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanAnyOtherQuery")) {
         return;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &pstKey->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 5, &pstKey->uiVrId, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), 1);
-    LoadList(rs, IFINDEX_REC_LEN, ClampRows(pstKey->uiQueryNum), &pstSet->stAnyOtherList);
+    query.Select<UAnyOther::ifIndex>();
+    query.Where<UAnyOther::ifIndex>(VLANLUA_OP_GE, pstKey->uiIfIndex);
+    query.Where<UAnyOther::vrId>(VLANLUA_OP_EQ, pstKey->uiVrId);
+    query.SortBy<UAnyOther::ifIndex>();
+    LoadList(query, ClampRows(pstKey->uiQueryNum), &pstSet->stAnyOtherList);
 }
 
 void vlanLua_UserVlan_QuerySet_Delete(VLANLUA_UVLAN_QUERYSET_S *pstSet)
@@ -239,24 +238,19 @@ void vlanLua_UserVlan_QuerySet_Delete(VLANLUA_UVLAN_QUERYSET_S *pstSet)
 VLANLUA_RECORDSET_S *vlanLua_UserVlanDescQueryByCond(VLANLUA_CTX_S *pstCtx, uint32_t uiFirstIf, uint32_t uiLastIf,
                                                      uint32_t uiVrId, uint32_t uiRowNum)
 {
-    VlanLuaRsGuard rs(NewRecordSet(pstCtx, VLANLUA_TBL_UVLAN_DESC, "vlanLua_UserVlanDescQuery"));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<UDesc> query(pstCtx->pObj);
+    if (!QueryMade(pstCtx, query.Made(), "vlanLua_UserVlanDescQuery")) {
         return nullptr;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), 1, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 2, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 3, 2);
-    VLANLUA_RecordSet_SelectField(rs.Get(), 4, VLANLUA_UVLAN_DESC_LEN);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, 1, &uiFirstIf, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_LE, 1, &uiLastIf, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, 5, &uiVrId, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), 1);
-    VLANLUA_RecordSet_SortField(rs.Get(), 3);
-    VLANLUA_RecordSet_SortField(rs.Get(), 2);
-    if (VLANLUA_RecordSet_Query(rs.Get(), DESC_REC_LEN, ClampRows(uiRowNum)) != 0) {
+    query.SelectRecord<VLANLUA_UVLAN_DESCREC_S, UDesc::ifIndex, UDesc::peVlan, UDesc::ceVlan, UDesc::description>();
+    query.Where<UDesc::ifIndex>(VLANLUA_OP_GE, uiFirstIf);
+    query.Where<UDesc::ifIndex>(VLANLUA_OP_LE, uiLastIf);
+    query.Where<UDesc::vrId>(VLANLUA_OP_EQ, uiVrId);
+    query.SortBy<UDesc::ifIndex, UDesc::ceVlan, UDesc::peVlan>();
+    if (query.Query(ClampRows(uiRowNum)) != 0) {
         return nullptr;
     }
-    return rs.Release();
+    return query.Release();
 }
 
 void vlanLua_UserVlanDescQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBOUT_S *pstOut, uint32_t uiVrId,
@@ -271,7 +265,7 @@ void vlanLua_UserVlanDescQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_UVLAN_MIBOUT
     }
     uint32_t uiFirst = pstOut->pstEntry[0].uiIfIndex;
     uint32_t uiLast = pstOut->pstEntry[pstOut->uiCount - 1].uiIfIndex;
-    uint64_t ulRows = CountIfRows(pstCtx, VLANLUA_TBL_UVLAN_DESC, uiFirst, uiVrId, 5);
+    uint64_t ulRows = CountIfRows(pstCtx, UDesc::uiId, uiFirst, uiVrId, UDesc::ifIndex::ucFieldNo, UDesc::vrId::ucFieldNo);
     if (uiFirst != uiLast) {
         ulRows += pstOut->uiCount;
     }
@@ -296,7 +290,7 @@ const char *vlanLua_UserVlanGetDesc(const VLANLUA_UVLAN_MIBENTRY_S *pstEntry, VL
     while (pstList->uiCur < pstList->uiRecNum) {
         const uint8_t *pucRow = pstList->pucData + static_cast<size_t>(pstList->uiCur) * DESC_REC_LEN;
         VLANLUA_UVLAN_DESCREC_S stRow;
-        (void)memcpy_s(&stRow, sizeof(stRow), pucRow, 8);    /* the key part; the text stays in place */
+        (void)memcpy_s(&stRow, sizeof(stRow), pucRow, DESC_TEXT_AT);    /* the key part; the text stays in place */
         if (stRow.uiIfIndex != pstEntry->uiIfIndex || stRow.usCeVlan > pstEntry->usCeVlan) {
             return nullptr;
         }
@@ -305,7 +299,7 @@ const char *vlanLua_UserVlanGetDesc(const VLANLUA_UVLAN_MIBENTRY_S *pstEntry, VL
                 return nullptr;
             }
             pstList->uiCur++;
-            return reinterpret_cast<const char *>(pucRow + 8);
+            return reinterpret_cast<const char *>(pucRow + DESC_TEXT_AT);
         }
         pstList->uiCur++;
     }

@@ -5,16 +5,12 @@
 
 #include <cstring>
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 #include "bas/vlanlua_bas_segindex.h"
 
-/* ---- Dot1Q neighbours ---- */
+using Dot1Q = VlanLuaTbl::DOT1Q_MATCH_SEG;
 
-#define DOT1Q_FLD_IFINDEX  2
-#define DOT1Q_FLD_SEGINDEX 3
-#define DOT1Q_FLD_BGN      4
-#define DOT1Q_FLD_END      5
-#define DOT1Q_FLD_GROUP    6
+/* ---- Dot1Q neighbours ---- */
 
 /* Which end of the new range a neighbour touches. */
 enum class Dot1QSide { Left, Right };
@@ -32,23 +28,33 @@ static uint32_t Dot1QReadNeighbour(VLANLUA_CTX_S *pstCtx, const VLANLUA_DOT1QMAT
     if (bLeft ? pstNew->usBgn == 1 : pstNew->usEnd == VLANLUA_VLAN_MAX) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_DOT1Q_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Dot1Q> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    uint16_t usTouch = static_cast<uint16_t>(bLeft ? pstNew->usBgn - 1 : pstNew->usEnd + 1);
-    VLANLUA_RecordSet_SelectField(rs.Get(), DOT1Q_FLD_SEGINDEX, 4);
-    VLANLUA_RecordSet_SelectField(rs.Get(), bLeft ? DOT1Q_FLD_BGN : DOT1Q_FLD_END, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, DOT1Q_FLD_IFINDEX, &pstNew->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, bLeft ? DOT1Q_FLD_END : DOT1Q_FLD_BGN, &usTouch, 2);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, DOT1Q_FLD_GROUP, &pstNew->ucGroupId, 1);
-    if (VLANLUA_RecordSet_Query(rs.Get(), 6, 1) != 0) {
+    /* A left neighbour ends just below the new range and gives its begin; a right one mirrors it. */
+    auto usTouch = static_cast<uint16_t>(bLeft ? pstNew->usBgn - 1 : pstNew->usEnd + 1);
+    query.Select<Dot1Q::segIndex>();
+    if (bLeft) {
+        query.Select<Dot1Q::vlanBegin>();
+    } else {
+        query.Select<Dot1Q::vlanEnd>();
+    }
+    query.Where<Dot1Q::ifIndex>(VLANLUA_OP_EQ, pstNew->uiIfIndex);
+    if (bLeft) {
+        query.Where<Dot1Q::vlanEnd>(VLANLUA_OP_EQ, usTouch);
+    } else {
+        query.Where<Dot1Q::vlanBegin>(VLANLUA_OP_EQ, usTouch);
+    }
+    query.Where<Dot1Q::groupId>(VLANLUA_OP_EQ, pstNew->ucGroupId);
+    if (query.Query(1) != 0) {
         return 1;
     }
-    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(rs.Get());
-    if (VLANLUA_RecordSet_GetDataNum(rs.Get()) != 0 && pucData != nullptr) {
-        std::memcpy(&pstOut->uiSegIndex, pucData, 4);
-        std::memcpy(bLeft ? &pstOut->usBgn : &pstOut->usEnd, pucData + 4, 2);
+    const uint8_t *pucData = VLANLUA_RecordSet_GetDataBuff(query.Get());
+    if (VLANLUA_RecordSet_GetDataNum(query.Get()) != 0 && pucData != nullptr) {
+        std::memcpy(&pstOut->uiSegIndex, pucData, Dot1Q::segIndex::usWidth);
+        std::memcpy(bLeft ? &pstOut->usBgn : &pstOut->usEnd, pucData + Dot1Q::segIndex::usWidth,
+                    Dot1Q::vlanBegin::usWidth);
         *pbFound = true;
     }
     return 0;
@@ -75,20 +81,18 @@ extern "C" uint32_t vlanLua_Dot1QInsertSeg(VLANLUA_CTX_S *pstCtx, const VLANLUA_
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstRec == nullptr) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        {VLANLUA_TYPE_U32, 1, 4, &pstRec->uiAttr1},
-        {VLANLUA_TYPE_U32, 2, 4, &pstRec->uiIfIndex},
-        {VLANLUA_TYPE_U32, 3, 4, &pstRec->uiSegIndex},
-        {VLANLUA_TYPE_U16, 4, 2, &pstRec->usBgn},
-        {VLANLUA_TYPE_U16, 5, 2, &pstRec->usEnd},
-        {VLANLUA_TYPE_U8, 6, 1, &pstRec->ucGroupId},
-        {VLANLUA_TYPE_VRID, 7, 4, &pstRec->uiVrId},
-        {VLANLUA_TYPE_U32, 8, 4, &pstRec->uiAttr8},
-        {VLANLUA_TYPE_U32, 9, 4, &pstRec->uiAttr9},
-        {VLANLUA_TYPE_U8, 10, 1, &pstRec->ucAttr10},
-    };
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_DOT1Q_MATCH_SEG,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astFields), 10, 1);
+    VlanLuaWriteList<Dot1Q> list;
+    list.Add<Dot1Q::attr1>(&pstRec->uiAttr1);
+    list.Add<Dot1Q::ifIndex>(&pstRec->uiIfIndex);
+    list.Add<Dot1Q::segIndex>(&pstRec->uiSegIndex);
+    list.Add<Dot1Q::vlanBegin>(&pstRec->usBgn);
+    list.Add<Dot1Q::vlanEnd>(&pstRec->usEnd);
+    list.Add<Dot1Q::groupId>(&pstRec->ucGroupId);
+    list.Add<Dot1Q::vrId>(&pstRec->uiVrId);
+    list.Add<Dot1Q::attr8>(&pstRec->uiAttr8);
+    list.Add<Dot1Q::attr9>(&pstRec->uiAttr9);
+    list.Add<Dot1Q::attr10>(&pstRec->ucAttr10);
+    return list.Insert(pstCtx->pObj, 1);
 }
 
 extern "C" uint32_t vlanLua_Dot1QDeleteSeg(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIndex, uint32_t uiSegIndex)
@@ -96,12 +100,10 @@ extern "C" uint32_t vlanLua_Dot1QDeleteSeg(VLANLUA_CTX_S *pstCtx, uint32_t uiIfI
     if (pstCtx == nullptr || pstCtx->pObj == nullptr) {
         return 1;
     }
-    const VLANLUA_FIELDVAL_S astKey[] = {
-        {VLANLUA_TYPE_U32, 2, 4, &uiIfIndex},
-        {VLANLUA_TYPE_U32, 3, 4, &uiSegIndex},
-    };
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, VLANLUA_TBL_DOT1Q_MATCH_SEG,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astKey), 2, 1);
+    VlanLuaWriteList<Dot1Q> list;
+    list.Add<Dot1Q::ifIndex>(&uiIfIndex);
+    list.Add<Dot1Q::segIndex>(&uiSegIndex);
+    return list.Delete(pstCtx->pObj, 1);
 }
 
 /* ---- Dot1Q merge: one step with the two immediate neighbours ---- */

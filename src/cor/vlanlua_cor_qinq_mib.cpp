@@ -6,13 +6,17 @@
 #include <cstddef>
 #include <cstring>
 
-#include "bas/vlanlua_bas_ifm.h"
 #include "bas/vlanlua_bas_mem.h"
 #include "bas/vlanlua_bas_qinqmatch.h"
+#include "bas/vlanlua_bas_query.h"
 #include "sec_bound.h"
 #include "sysdt_spti.h"
 
+using IfInfo = VlanLuaTbl::IF_INFO;
+using Qm = VlanLuaTbl::QINQ_MATCH_SEG;
+
 #define QINQMIB_IF_PAGE     64u     /* interfaces read per call */
+constexpr uint32_t QINQMIB_IF_KIND = 1;     /* the interface kind whose QinQ match rules are walked */
 #define QINQMIB_CE_NONE     4095u   /* a CE range starting here never follows within its PE VLAN */
 
 /* ---- order ---- */
@@ -190,10 +194,10 @@ extern "C" uint32_t vlanLua_GetQinQMatchTableByIfIndex(VLANLUA_CTX_S *pstCtx, ui
 {
     VLANLUA_RECORDSET_S *pstRs = *ppstRs;
     vlanLua_SetQinQMatchField(pstRs);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_VRID, &uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_IFINDEX, &uiIfIndex, 4);
-    if (ECM_CAPI_QueryCount(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG, pstRs->pstWhere, VLANLUA_QUERY_MODE,
-                            puiCount) != 0) {
+    uint32_t uiDropped = VlanLua_Where<Qm::vrId>(pstRs, VLANLUA_OP_EQ, uiVrId);
+    uiDropped |= VlanLua_Where<Qm::ifIndex>(pstRs, VLANLUA_OP_EQ, uiIfIndex);
+    if (uiDropped != 0 ||
+        ECM_CAPI_QueryCount(pstCtx->pObj, Qm::uiId, pstRs->pstWhere, VLANLUA_QUERY_MODE, puiCount) != 0) {
         return 1;
     }
     if (*puiCount == 0) {
@@ -206,11 +210,11 @@ extern "C" uint32_t vlanLua_GetQinQMatchTableByIfIndex(VLANLUA_CTX_S *pstCtx, ui
 extern "C" uint32_t vlanLua_QinQMibQueryByIfIndex(VLANLUA_CTX_S *pstCtx, uint32_t uiIfIndex,
                                                   const VLANLUA_QINQMIBKEY_S *pstReq, VLANLUA_QINQMIBLIST_S *pstList)
 {
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Qm> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    VLANLUA_RECORDSET_S *pstRs = rs.Get();
+    VLANLUA_RECORDSET_S *pstRs = query.Get();
     uint32_t uiCount = 0;
     if (vlanLua_GetQinQMatchTableByIfIndex(pstCtx, uiIfIndex, pstReq->uiVrId, &pstRs, &uiCount) != 0) {
         return 1;
@@ -248,22 +252,21 @@ extern "C" uint32_t vlanLua_QinQMibQuery(VLANLUA_CTX_S *pstCtx, const VLANLUA_QI
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || pstReq == nullptr || pstList == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_IF_INFO));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<IfInfo> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    const uint32_t uiKind = 1;
-    VLANLUA_RecordSet_SelectField(rs.Get(), VLANLUA_IFINFO_FLD_IFINDEX, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_GE, VLANLUA_IFINFO_FLD_IFINDEX, &pstReq->uiIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_IFINFO_FLD_VRID, &pstReq->uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, VLANLUA_IFINFO_FLD_KIND, &uiKind, 4);
-    VLANLUA_RecordSet_SortField(rs.Get(), VLANLUA_IFINFO_FLD_IFINDEX);
-    if (VLANLUA_RecordSet_Query(rs.Get(), 4, QINQMIB_IF_PAGE) != 0) {
+    query.Select<IfInfo::ifIndex>();
+    query.Where<IfInfo::ifIndex>(VLANLUA_OP_GE, pstReq->uiIfIndex);
+    query.Where<IfInfo::vrId>(VLANLUA_OP_EQ, pstReq->uiVrId);
+    query.Where<IfInfo::kind>(VLANLUA_OP_EQ, QINQMIB_IF_KIND);
+    query.SortBy<IfInfo::ifIndex>();
+    if (query.Query(QINQMIB_IF_PAGE) != 0) {
         return 1;
     }
-    const uint8_t *pucIfs = VLANLUA_RecordSet_GetDataBuff(rs.Get());
+    const uint8_t *pucIfs = VLANLUA_RecordSet_GetDataBuff(query.Get());
     if (pucIfs != nullptr) {
-        uint32_t uiIfNum = VLANLUA_RecordSet_GetDataNum(rs.Get()) / 4u;
+        uint32_t uiIfNum = VLANLUA_RecordSet_GetDataNum(query.Get()) / sizeof(uint32_t);
         WalkInterfaces(pstCtx, pstReq, pucIfs, uiIfNum > QINQMIB_IF_PAGE ? QINQMIB_IF_PAGE : uiIfNum, pstList);
     }
     return 0;

@@ -5,11 +5,15 @@
 
 #include <cstring>
 
-#include "bas/vlanlua_bas_mem.h"
+#include "bas/vlanlua_bas_query.h"
 
-#define QINQSPEC_FLD_VRID    1
-#define QINQSPEC_FLD_MAINIF  2
-#define QINQSPEC_FLD_NUM     3
+using IfSpec = VlanLuaTbl::QINQ_IF_SPEC;
+using Qm = VlanLuaTbl::QINQ_MATCH_SEG;
+
+/* A rectangle as the recount reads it: PE begin, PE end, CE begin, CE end. */
+struct QinQRect {
+    uint16_t ausSeg[4];
+};
 
 /* ---- reading ---- */
 
@@ -19,26 +23,26 @@ extern "C" uint32_t vlanLua_GetQinQTotalNumByMainIf(VLANLUA_CTX_S *pstCtx, uint3
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || puiTotal == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_IF_SPEC));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<IfSpec> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    VLANLUA_RecordSet_SelectField(rs.Get(), QINQSPEC_FLD_NUM, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, QINQSPEC_FLD_VRID, &uiVrId, 4);
-    (void)VLANLUA_RecordSet_Where(rs.Get(), VLANLUA_OP_EQ, QINQSPEC_FLD_MAINIF, &uiMainIfIndex, 4);
-    if (VLANLUA_RecordSet_QueryFld(rs.Get(), 1) != 0 || VLANLUA_RecordSet_GetDataNum(rs.Get()) == 0 ||
-        VLANLUA_RecordSet_GetDataBuff(rs.Get()) == nullptr) {
+    query.Select<IfSpec::qinqNum>();
+    query.Where<IfSpec::vrId>(VLANLUA_OP_EQ, uiVrId);
+    query.Where<IfSpec::mainIfIndex>(VLANLUA_OP_EQ, uiMainIfIndex);
+    if (query.Query(1) != 0 || VLANLUA_RecordSet_GetDataNum(query.Get()) == 0 ||
+        VLANLUA_RecordSet_GetDataBuff(query.Get()) == nullptr) {
         return 1;
     }
-    std::memcpy(puiTotal, VLANLUA_RecordSet_GetDataBuff(rs.Get()), 4);
+    std::memcpy(puiTotal, VLANLUA_RecordSet_GetDataBuff(query.Get()), sizeof(*puiTotal));
     return 0;
 }
 
 /* Main interface and VR ID: the records whose pairs the counter sums up. */
-static void WhereMainIf(VLANLUA_RECORDSET_S *pstRs, const uint32_t *puiMainIfIndex, const uint32_t *puiVrId)
+static void WhereMainIf(VlanLuaQuery<Qm> &query, uint32_t uiMainIfIndex, uint32_t uiVrId)
 {
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_MAINIF, puiMainIfIndex, 4);
-    (void)VLANLUA_RecordSet_Where(pstRs, VLANLUA_OP_EQ, VLANLUA_QINQMATCH_FLD_VRID, puiVrId, 4);
+    query.Where<Qm::mainIfIndex>(VLANLUA_OP_EQ, uiMainIfIndex);
+    query.Where<Qm::vrId>(VLANLUA_OP_EQ, uiVrId);
 }
 
 extern "C" uint32_t vlanLua_GetQinQMatchCntByMainIf(VLANLUA_CTX_S *pstCtx, uint32_t uiMainIfIndex, uint32_t uiVrId,
@@ -47,20 +51,20 @@ extern "C" uint32_t vlanLua_GetQinQMatchCntByMainIf(VLANLUA_CTX_S *pstCtx, uint3
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || puiCount == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Qm> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    WhereMainIf(rs.Get(), &uiMainIfIndex, &uiVrId);
-    return ECM_CAPI_QueryCount(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG, rs.Get()->pstWhere, VLANLUA_QUERY_MODE,
-                               puiCount);
+    WhereMainIf(query, uiMainIfIndex, uiVrId);
+    return query.Count(puiCount);
 }
 
-/* Pairs of one rectangle given as PE begin, PE end, CE begin, CE end; 32-bit arithmetic. */
+/* Pairs of one rectangle; 32-bit arithmetic. */
 static uint32_t RectPairs(const uint8_t *pucRec)
 {
-    uint16_t ausSeg[4];
-    std::memcpy(ausSeg, pucRec, sizeof(ausSeg));
+    QinQRect stRect;
+    std::memcpy(&stRect, pucRec, sizeof(stRect));
+    const uint16_t *ausSeg = stRect.ausSeg;
     return (static_cast<uint32_t>(ausSeg[1]) - ausSeg[0] + 1u) * (static_cast<uint32_t>(ausSeg[3]) - ausSeg[2] + 1u);
 }
 
@@ -70,14 +74,12 @@ extern "C" uint32_t vlanLua_GetQinQNumsByMainIf(VLANLUA_CTX_S *pstCtx, uint32_t 
     if (pstCtx == nullptr || pstCtx->pObj == nullptr || puiTotal == nullptr) {
         return 1;
     }
-    VlanLuaRsGuard rs(VLANLUA_RecordSet_New(pstCtx->pObj, VLANLUA_TBL_QINQ_MATCH_SEG));
-    if (rs.Get() == nullptr) {
+    VlanLuaQuery<Qm> query(pstCtx->pObj);
+    if (!query.Made()) {
         return 1;
     }
-    for (uint8_t ucField = 4; ucField <= 7; ucField++) {
-        VLANLUA_RecordSet_SelectField(rs.Get(), ucField, 2);
-    }
-    WhereMainIf(rs.Get(), &uiMainIfIndex, &uiVrId);
+    query.SelectRecord<QinQRect, Qm::peBegin, Qm::peEnd, Qm::ceBegin, Qm::ceEnd>();
+    WhereMainIf(query, uiMainIfIndex, uiVrId);
     uint32_t uiCount = 0;
     if (vlanLua_GetQinQMatchCntByMainIf(pstCtx, uiMainIfIndex, uiVrId, &uiCount) != 0) {
         return 1;
@@ -88,13 +90,13 @@ extern "C" uint32_t vlanLua_GetQinQNumsByMainIf(VLANLUA_CTX_S *pstCtx, uint32_t 
     }
     uint16_t usBound = uiCount > UINT16_MAX ? static_cast<uint16_t>(UINT16_MAX) : static_cast<uint16_t>(uiCount);
     const uint8_t *pucData = nullptr;
-    if (VLANLUA_RecordSet_Query(rs.Get(), 8, usBound) != 0 || VLANLUA_RecordSet_GetDataNum(rs.Get()) == 0 ||
-        (pucData = VLANLUA_RecordSet_GetDataBuff(rs.Get())) == nullptr) {
+    if (query.Query(usBound) != 0 || VLANLUA_RecordSet_GetDataNum(query.Get()) == 0 ||
+        (pucData = VLANLUA_RecordSet_GetDataBuff(query.Get())) == nullptr) {
         return 1;
     }
-    uint32_t uiNum = VLANLUA_RecordSet_GetDataNum(rs.Get()) / 8u;
+    uint32_t uiNum = VLANLUA_RecordSet_GetDataNum(query.Get()) / sizeof(QinQRect);
     for (uint32_t i = 0; i < uiNum; i++) {
-        *puiTotal += RectPairs(pucData + static_cast<size_t>(i) * 8u);
+        *puiTotal += RectPairs(pucData + static_cast<size_t>(i) * sizeof(QinQRect));
     }
     return 0;
 }
@@ -113,26 +115,19 @@ extern "C" void vlanLua_UpDataQinQNum(VLANLUA_QINQIFSPEC_S *pstReq, uint32_t uiS
 extern "C" uint32_t vlanLua_CreatorSetQinQIfSpecRs(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQIFSPEC_S *pstReq,
                                                    uint32_t uiExists)
 {
-    const VLANLUA_FIELDVAL_S astFields[] = {
-        {VLANLUA_TYPE_VRID, QINQSPEC_FLD_VRID, 4, &pstReq->uiVrId},
-        {VLANLUA_TYPE_U32, QINQSPEC_FLD_MAINIF, 4, &pstReq->uiMainIfIndex},
-        {VLANLUA_TYPE_U32, QINQSPEC_FLD_NUM, 4, &pstReq->uiQinQNum},
-    };
-    const auto *pstList = reinterpret_cast<const ECM_FIELDVAL_S *>(astFields);
-    if (uiExists == 1) {
-        return ECM_CAPI_SetRecord(pstCtx->pObj, VLANLUA_TBL_QINQ_IF_SPEC, pstList, 3, 0);
-    }
-    return ECM_CAPI_InsertRecord(pstCtx->pObj, VLANLUA_TBL_QINQ_IF_SPEC, pstList, 3, 0);
+    VlanLuaWriteList<IfSpec> list;
+    list.Add<IfSpec::vrId>(&pstReq->uiVrId);
+    list.Add<IfSpec::mainIfIndex>(&pstReq->uiMainIfIndex);
+    list.Add<IfSpec::qinqNum>(&pstReq->uiQinQNum);
+    return uiExists == 1 ? list.Set(pstCtx->pObj, 0) : list.Insert(pstCtx->pObj, 0);
 }
 
 extern "C" uint32_t vlanLua_DeleteQinQIfSpecRs(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQIFSPEC_S *pstReq)
 {
-    const VLANLUA_FIELDVAL_S astKey[] = {
-        {VLANLUA_TYPE_VRID, QINQSPEC_FLD_VRID, 4, &pstReq->uiVrId},
-        {VLANLUA_TYPE_U32, QINQSPEC_FLD_MAINIF, 4, &pstReq->uiMainIfIndex},
-    };
-    return ECM_CAPI_DeleteRecord(pstCtx->pObj, VLANLUA_TBL_QINQ_IF_SPEC,
-                                 reinterpret_cast<const ECM_FIELDVAL_S *>(astKey), 2, 0);
+    VlanLuaWriteList<IfSpec> list;
+    list.Add<IfSpec::vrId>(&pstReq->uiVrId);
+    list.Add<IfSpec::mainIfIndex>(&pstReq->uiMainIfIndex);
+    return list.Delete(pstCtx->pObj, 0);
 }
 
 extern "C" uint32_t vlanLua_UpDataDimByMainIf(VLANLUA_CTX_S *pstCtx, const VLANLUA_QINQIFSPEC_S *pstReq,

@@ -7,6 +7,7 @@
 #include <stdio.h>
 
 #include "ecm_ctl.h"
+#include "vlanlua_tables.h"
 
 static const char SCRIPT[] =
     "package.cpath = ... .. '/?.so;' .. package.cpath\n"
@@ -18,8 +19,9 @@ int main(int argc, char **argv)
 {
     char acErr[128];
     void *pObj = ECM_CTL_Open(NULL, 1, 7, 0, acErr, sizeof(acErr));
-    ECM_CTL_VAL_S astRow[] = {{2, 0, 0x1001, NULL}, {12, 0, 0x1000, NULL}};
-    if (argc != 2 || pObj == NULL || ECM_CTL_Insert(pObj, 0x083606C0u, astRow, 2) != ECM_OK) {
+    ECM_CTL_VAL_S astRow[] = {{VLANLUA_FLD_IF_INFO_ifIndex, 0, 0x1001, NULL},
+                              {VLANLUA_FLD_IF_INFO_mainIfIndex, 0, 0x1000, NULL}};
+    if (argc != 2 || pObj == NULL || ECM_CTL_Insert(pObj, VLANLUA_TBL_IF_INFO, astRow, 2) != ECM_OK) {
         fprintf(stderr, "embed: cannot set up the database\n");
         return 1;
     }

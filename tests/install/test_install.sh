@@ -33,7 +33,7 @@ out=$(clean "$interp" -e "
   local lib, cfgdb = require 'libvlanluaext', require 'cfgdb'
   local db = cfgdb.open()
   db:bind()
-  db:insert(0x083606C0, {[2] = 0x1001, [12] = 0x1000})
+  db:insert('IF_INFO', {ifIndex = 0x1001, mainIfIndex = 0x1000})
   print(lib.VLAN_spt_GetMainifBySubif(0x1001))
   db:close()")
 [ "$out" = "$(printf '0\t4096')" ] || fail "interpreter: got '$out'"

@@ -5,12 +5,12 @@ local t = require "testlib"
 local cfgdb = require "cfgdb"
 local unpack = table.unpack or unpack
 
-local L2_PORT, CTRL_VID_BITMAP = 0x0D490804, 0x083607EF
-local QINQ_MATCH_SEG, QINQ_IF_SPEC = 0x083606C1, 0x08361A12
+local L2_PORT, CTRL_VID_BITMAP = t.T.L2_PORT, t.T.CTRL_VID_BITMAP
+local QINQ_MATCH_SEG, QINQ_IF_SPEC = t.T.QINQ_MATCH_SEG, t.T.QINQ_IF_SPEC
 
 t.case("bad input raises an error naming the fault and changes nothing", function()
   local db = cfgdb.open()
-  db:insert(QINQ_IF_SPEC, { [1] = 3, [2] = 100, [3] = 5 })
+  db:insert(QINQ_IF_SPEC, { vrId = 3, mainIfIndex = 100, qinqNum = 5 })
   local BAD = {
     { "unknown table", db.insert, db, 0x12345678, {} },
     { "has no field 7", db.insert, db, QINQ_IF_SPEC, { [1] = 3, [2] = 101, [7] = 1 } },
@@ -39,7 +39,7 @@ end)
 
 t.case("db:transaction commits fn's calls as one unit or none; db:dry_run returns their journal, keeps nothing", function()
   local uv = require "libvlanluaext"
-  local SEG = 0x08361118
+  local SEG = t.T.UVLAN_QINQ_SEG
   local path = os.tmpname()
   os.remove(path)
   local db = cfgdb.open(path, { busy_timeout = 1000 })

@@ -5,7 +5,7 @@ local t = require "testlib"
 local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 
-local CTRL = 0x083607EF
+local CTRL = t.T.CTRL_VID_BITMAP
 local VR = 7
 local create, move = lib.VLAN_spt_CrtCtrlVidBitMap, lib.VLAN_spt_UpdataCtrlVidBitMap
 
@@ -50,7 +50,7 @@ local function writes(want, what)
 end
 
 local function store(key, slice, ids)
-  db:insert(CTRL, { [1] = key, [2] = slice, [3] = bm(ids), [4] = VR, [5] = 0 })
+  db:insert(CTRL, { ctrlKey = key, slice = slice, bitmap = bm(ids), vrId = VR, full = 0 })
   db:journal()
 end
 
@@ -104,7 +104,7 @@ t.case("the full flag goes to 1 with the last VLAN and back to 0 when one leaves
   t.eq(call(move, 9, 4095, VR, 17), 0, "move 17 out of slice 0")
   writes({ { "set", { [1] = 9, [2] = 0, [3] = all_but(17), [5] = 0 } },
            { "insert", { [1] = 9, [2] = 1, [3] = { 1, 2 }, [4] = VR } } }, "not full")
-  local rows = db:rows(CTRL, { [1] = 9, [2] = 0 })
+  local rows = db:rows(CTRL, { ctrlKey = 9, slice = 0 })
   t.eq(rows[1][5], 0, "stored full flag")
 end)
 

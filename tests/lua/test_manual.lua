@@ -184,8 +184,56 @@ local function binding_has(method)
   return has
 end
 
+-- ---- the table list against the tables' description ----
+
+local MANUAL_TYPE = { u8 = "u8", u16 = "u16", u32 = "u32", vr = "VR", bitmap = "bitmap" }
+
+local function type_text(f)
+  return f.type == "text" and "text " .. f.width or MANUAL_TYPE[f.type]
+end
+
+-- What the "Database tables" section says: per table its identifier, key text and field rows.
+local function manual_tables(lines)
+  local tables, cur, inside = {}, nil, false
+  for _, line in ipairs(lines) do
+    if line:match("^## ") then inside = line == "## Database tables" end
+    local name, id, rest = line:match("^%*%*`([%w_]+)`%*%* (0x%x+), (.*)$")
+    if inside and name then
+      cur = { id = tonumber(id), key = rest:match("no key") and "" or rest:match("key ([^;]*);") or "?", rows = {} }
+      tables[#tables + 1] = name
+      tables[name] = cur
+    end
+    local no, fname, column, ftype = line:match("^| (%d+) | `([%w]+)` | `([%w_]+)` | ([^|]-) |")
+    if inside and cur and no then cur.rows[#cur.rows + 1] = table.concat({ no, fname, column, ftype }, " ") end
+  end
+  return tables
+end
+
+-- Differences between the manual's table list and cfgdb.tables(), one line each.
+local function table_list_faults(lines)
+  local faults, listed = {}, manual_tables(lines)
+  local described = cfgdb.tables()
+  if #listed ~= #described then faults[#faults + 1] = #listed .. " tables listed, " .. #described .. " described" end
+  for _, tbl in ipairs(described) do
+    local m = listed[tbl.name]
+    local key, rows = {}, {}
+    for _, k in ipairs(tbl.key) do key[#key + 1] = "`" .. k .. "`" end
+    for _, f in ipairs(tbl.fields) do rows[#rows + 1] = table.concat({ f.no, f.name, f.column, type_text(f) }, " ") end
+    if not m then
+      faults[#faults + 1] = tbl.name .. " is not listed"
+    elseif m.id ~= tbl.id or m.key ~= table.concat(key, ", ") then
+      faults[#faults + 1] = string.format("%s: listed as 0x%08X, key %s", tbl.name, m.id, m.key)
+    elseif table.concat(m.rows, "; ") ~= table.concat(rows, "; ") then
+      faults[#faults + 1] = tbl.name .. ": fields listed as " .. table.concat(m.rows, "; ") .. "; described as " ..
+          table.concat(rows, "; ")
+    end
+  end
+  return faults
+end
+
 local function main()
-  local blocks = lua_blocks(read_lines(manual_path()))
+  local lines = read_lines(manual_path())
+  local blocks = lua_blocks(lines)
   local prelude
   local failures, ran, shown_only, missing = {}, 0, 0, {}
   for _, block in ipairs(blocks) do
@@ -200,6 +248,9 @@ local function main()
       run_block(block, prelude, failures)
       ran = ran + 1
     end
+  end
+  for _, text in ipairs(table_list_faults(lines)) do
+    failures[#failures + 1] = "the table list: " .. text
   end
   for _, text in ipairs(failures) do
     print("FAIL " .. text)

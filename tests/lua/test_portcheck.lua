@@ -6,7 +6,7 @@ local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 local unpack = table.unpack or unpack
 
-local STACKMAP, L2_PORT, PV_REL, IFM_PROTO = 0x083607ED, 0x0D490804, 0x0D49077D, 0x0852057B
+local STACKMAP, L2_PORT, PV_REL, IFM_PROTO = t.T.L2QINQ_STACKMAP, t.T.L2_PORT, t.T.PV_RELATION, t.T.IFM_PROTO
 local VR, OTHER_VR = 7, 8
 local check = lib.VLAN_spt_CheckVlanUsdByPort
 local EMPTY = "\0"          -- an empty message is pushed with its terminating zero
@@ -22,15 +22,15 @@ local function fresh()
 end
 
 local function port(ifindex, pvid, negotiation, vr)
-  db:insert(L2_PORT, { [1] = ifindex, [2] = pvid, [6] = vr or VR, [12] = negotiation or 0 })
+  db:insert(L2_PORT, { ifIndex = ifindex, pvid = pvid, vrId = vr or VR, negotiation = negotiation or 0 })
 end
 
 local function relation(ifindex, first, second, vr)
-  db:insert(PV_REL, { [1] = vr or VR, [2] = ifindex, [3] = bm(first or {}), [4] = bm(second or {}) })
+  db:insert(PV_REL, { vrId = vr or VR, ifIndex = ifindex, bitmap1 = bm(first or {}), bitmap2 = bm(second or {}) })
 end
 
 local function proto(ifindex, code, sub)
-  db:insert(IFM_PROTO, { [1] = ifindex, [2] = code, [3] = sub or 0, [5] = 0 })
+  db:insert(IFM_PROTO, { ifIndex = ifindex, protocol = code, subCode = sub or 0, furtherKey = 0 })
 end
 
 -- The check's answer and text; every call leaves no module memory and writes nothing.
@@ -48,8 +48,8 @@ end
 -- asked for and an empty message.
 local GROUPS = {
   { "a VLAN of the stacking map counts only when argument 3 asks for it", function()
-      db:insert(STACKMAP, { [5] = 300, [7] = VR })
-      db:insert(STACKMAP, { [5] = 301, [7] = OTHER_VR })
+      db:insert(STACKMAP, { vlanId = 300, vrId = VR })
+      db:insert(STACKMAP, { vlanId = 301, vrId = OTHER_VR })
     end, { { 0, 300, 1, 0, "asked" }, { 1, 300, 0, 0, "not asked" }, { 1, 301, 1, 0, "other VR" } } },
   { "a PVID of the VR counts even without a relation, whatever the negotiation", function()
       port(11, 200, 1)

@@ -6,7 +6,7 @@ local cfgdb = require "cfgdb"
 local lib = require "libvlanluaext"
 local unpack = table.unpack or unpack
 
-local IF_INFO, L2SUP_CFG, PWSUP_CFG = 0x083606C0, 0x0D4B04E9, 0x0D4B12D9
+local IF_INFO, L2SUP_CFG, PWSUP_CFG = t.T.IF_INFO, t.T.L2SUP_CFG, t.T.PWSUP_CFG
 local OWN_VR, OWN_LR = 7, 8      -- distinct, so a probe that reads the wrong one of the two shows
 local mainif, l2sup, pwsup = lib.VLAN_spt_GetMainifBySubif, lib.VLAN_spt_CheckL2SuppExist,
   lib.VLAN_spt_CheckPwSuppExist
@@ -14,16 +14,16 @@ local YES, NO = { n = 3, 0, 1, nil }, { n = 3, 0, 0, nil }
 
 local db = cfgdb.open(nil, { vr = OWN_VR, lr = OWN_LR, cdb = 0 })
 db:bind()
-db:insert(IF_INFO, { [2] = 0x1001, [3] = OWN_VR, [4] = 1, [12] = 0x1000 })
-db:insert(IF_INFO, { [2] = 0x2001, [3] = OWN_VR, [4] = 1, [12] = 0x2000 })
-db:insert(IF_INFO, { [2] = 0xFFFFFFFF, [3] = OWN_VR, [4] = 1, [12] = 0xFFFFFFFE })
-db:insert(L2SUP_CFG, { [1] = 10, [3] = 1 })
-db:insert(L2SUP_CFG, { [1] = 11, [3] = 2 })
-db:insert(L2SUP_CFG, { [1] = 12, [3] = 0 })
-db:insert(PWSUP_CFG, { [1] = OWN_VR, [2] = 20, [3] = 2 })
-db:insert(PWSUP_CFG, { [1] = OWN_VR, [2] = 21, [3] = 1 })
-db:insert(PWSUP_CFG, { [1] = OWN_LR, [2] = 22, [3] = 2 })   -- configured, but in another VR
-db:insert(PWSUP_CFG, { [1] = 99, [2] = OWN_VR, [3] = 2 })   -- interface index equal to the own VR
+db:insert(IF_INFO, { ifIndex = 0x1001, vrId = OWN_VR, kind = 1, mainIfIndex = 0x1000 })
+db:insert(IF_INFO, { ifIndex = 0x2001, vrId = OWN_VR, kind = 1, mainIfIndex = 0x2000 })
+db:insert(IF_INFO, { ifIndex = 0xFFFFFFFF, vrId = OWN_VR, kind = 1, mainIfIndex = 0xFFFFFFFE })
+db:insert(L2SUP_CFG, { ifIndex = 10, supMode = 1 })
+db:insert(L2SUP_CFG, { ifIndex = 11, supMode = 2 })
+db:insert(L2SUP_CFG, { ifIndex = 12, supMode = 0 })
+db:insert(PWSUP_CFG, { vrId = OWN_VR, ifIndex = 20, supMode = 2 })
+db:insert(PWSUP_CFG, { vrId = OWN_VR, ifIndex = 21, supMode = 1 })
+db:insert(PWSUP_CFG, { vrId = OWN_LR, ifIndex = 22, supMode = 2 })   -- configured, but in another VR
+db:insert(PWSUP_CFG, { vrId = 99, ifIndex = OWN_VR, supMode = 2 })   -- interface index equal to the own VR
 
 -- The results of one call, which must leave no module memory and make no write.
 local function expect(want, what, f, ...)
@@ -43,7 +43,7 @@ local INTEGERS = 9007199254740993 ~= 9007199254740992
 
 t.case("a number argument arrives as the low 32 bits of its integral part, on every engine", function()
   for sub, main in pairs({ [0] = 0x10, [1] = 0x11, [5] = 0x15, [4294967293] = 0x13 }) do
-    db:insert(IF_INFO, { [2] = sub, [3] = OWN_VR, [4] = 1, [12] = main })
+    db:insert(IF_INFO, { ifIndex = sub, vrId = OWN_VR, kind = 1, mainIfIndex = main })
   end
   local CASES = {
     { 2 ^ 32 + 5, 0x15, "2^32 + 5" }, { 5.99, 0x15, "5.99" }, { -3.7, 0x13, "-3.7" }, { -0.5, 0x10, "-0.5" },
@@ -52,8 +52,8 @@ t.case("a number argument arrives as the low 32 bits of its integral part, on ev
     { 9007199254740993, INTEGERS and 0x11 or 0x10, "2^53 + 1" },
   }
   for _, c in ipairs(CASES) do expect({ 0, c[2] }, c[3], mainif, c[1]) end
-  db:delete(IF_INFO, { [12] = 0x10 })
-  for _, main in ipairs({ 0x11, 0x13, 0x15 }) do db:delete(IF_INFO, { [12] = main }) end
+  db:delete(IF_INFO, { mainIfIndex = 0x10 })
+  for _, main in ipairs({ 0x11, 0x13, 0x15 }) do db:delete(IF_INFO, { mainIfIndex = main }) end
 end)
 
 t.case("layer-2 support counts as configured for every mode but 1", function()
@@ -69,7 +69,7 @@ t.case("pseudowire support is seen only in the database object's own VR", functi
   expect(NO, "record of the VR equal to the LR id", pwsup, 22)
   expect(NO, "interface index equal to the VR", pwsup, OWN_VR)
   local other = cfgdb.open(nil, { vr = OWN_LR, lr = OWN_VR, cdb = 0 })
-  other:insert(PWSUP_CFG, { [1] = OWN_LR, [2] = 22, [3] = 2 })
+  other:insert(PWSUP_CFG, { vrId = OWN_LR, ifIndex = 22, supMode = 2 })
   other:bind()
   local r = t.pack(pwsup(22))
   db:bind()

@@ -8,7 +8,7 @@ local walk = lib.VLAN_spt_GetNextQinQMibQuery
 local QINQ, IF_INFO, VR = t.QINQ, t.IF_INFO, t.VR
 
 local function iface(db, ifx, vr, kind)
-  db:insert(IF_INFO, { [2] = ifx, [3] = vr or VR, [4] = kind or 1 })
+  db:insert(IF_INFO, { ifIndex = ifx, vrId = vr or VR, kind = kind or 1 })
 end
 
 local seg = 0

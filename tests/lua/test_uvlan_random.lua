@@ -64,7 +64,7 @@ end
 
 local function indexes(ifx)
   local s = {}
-  for _, r in ipairs(db:rows(U.SEG, {[1] = ifx})) do s[r[2]] = true end
+  for _, r in ipairs(db:rows(U.SEG, {ifIndex = ifx})) do s[r[2]] = true end
   return s
 end
 

@@ -10,8 +10,8 @@ local unpack = table.unpack or unpack
 local C = require "cmdlib"
 local SRC = (arg and arg[0] or ""):match("^(.*)/tests/lua/[^/]*$") or "."
 local BROWSER = arg and arg[1] == "browser"
-local SEG, BASE, VPN, PWSUP, CTRL = 0x08361118, 0x08361119, 0x08360535, 0x0D4B12D9, 0x083607EF
-local QINQ, UDOT1Q, UDESC, UANY = 0x083606C1, 0x08361117, 0x0836111B, 0x0836117F
+local SEG, BASE, VPN, PWSUP, CTRL = t.T.UVLAN_QINQ_SEG, t.T.UVLAN_BASE_SVC, t.T.UVLAN_VPN_SVC, t.T.PWSUP_CFG, t.T.CTRL_VID_BITMAP
+local QINQ, UDOT1Q, UDESC, UANY = t.T.QINQ_MATCH_SEG, t.T.UVLAN_DOT1Q, t.T.UVLAN_DESC, t.T.UVLAN_ANYOTHER
 local sh_quote, read, write, path, plain, exit_status = C.sh_quote, C.read, C.write, C.path, C.plain, C.exit_status
 local run_as, run, lines, dir = C.run_as, C.run, C.lines, C.dir
 
@@ -79,10 +79,10 @@ set(20, 200, 219, 30, 39, {})
 set(21, 5, 6, 3, 4, {1, 1})
 ]]
 local function fill_every_kind(db)
-  db:insert(UDOT1Q, { [1] = 20, [4] = 7, [5] = 10, [6] = 12 })
-  db:insert(UDOT1Q, { [1] = 21, [4] = 7, [5] = 3, [6] = 3 })
-  db:insert(UDESC, { [1] = 20, [2] = 100, [3] = 1, [4] = "uplink \"A\"", [5] = 7 })
-  db:insert(UANY, { [1] = 20, [5] = 7 })
+  db:insert(UDOT1Q, { ifIndex = 20, vrId = 7, vlanBegin = 10, vlanEnd = 12 })
+  db:insert(UDOT1Q, { ifIndex = 21, vrId = 7, vlanBegin = 3, vlanEnd = 3 })
+  db:insert(UDESC, { ifIndex = 20, peVlan = 100, ceVlan = 1, description = "uplink \"A\"", vrId = 7 })
+  db:insert(UANY, { ifIndex = 20, vrId = 7 })
 end
 
 case("refusals: usage errors exit 2, failures exit 1, each with its reason, and nothing is created", function()
@@ -208,7 +208,7 @@ end)
 
 case("a script gets its arguments like the stock interpreter's, sees --vr, and its error exits 1", function()
   local DB = database("args.db", nil, function(db)
-    db:insert(PWSUP, { [1] = 7, [2] = 20, [3] = 2 })    -- pseudowire support on interface 20 in VR 7
+    db:insert(PWSUP, { vrId = 7, ifIndex = 20, supMode = 2 })    -- pseudowire support on interface 20 in VR 7
   end)
   write(path("args.lua"), [[
 local lib = require "libvlanluaext"
@@ -225,7 +225,7 @@ end)
 -- The user-VLAN QinQ segments of an interface as "PE range/CE range", sorted.
 local function stored_segments(file, ifIndex)
   local db, out = cfgdb.open(file), {}
-  for _, r in ipairs(db:rows(SEG, { [1] = ifIndex })) do out[#out + 1] = r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6] end
+  for _, r in ipairs(db:rows(SEG, { ifIndex = ifIndex })) do out[#out + 1] = r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6] end
   db:close()
   table.sort(out)
   return out
@@ -248,12 +248,12 @@ case("a script is one change: nothing is kept when it raises, each call's writes
   t.lines(stored_segments(DB, 10), { "100-139/1-10", "140-160/1-4", "140-160/11-20", "140-160/5-10" },
     "--each-call kept the removal made before the error")
   local db = cfgdb.open(DB)
-  t.eq(db:count(CTRL, { [1] = 10 }), 1, "--each-call kept the new bitmap slice")
+  t.eq(db:count(CTRL, { ctrlKey = 10 }), 1, "--each-call kept the new bitmap slice")
 
   -- Another connection holds the database: the script waits no longer than it is told, changes nothing.
   local started = os.time()
   db:transaction(function()
-    db:insert(PWSUP, { [1] = 1, [2] = 1, [3] = 1 })
+    db:insert(PWSUP, { vrId = 1, ifIndex = 1, supMode = 1 })
     status, _, err = run("--db", DB, "--busy-timeout", "1", path("change.lua"))
   end)
   db:close()
@@ -264,7 +264,7 @@ end)
 case("a dry run prints each write it would make and leaves the file byte for byte unchanged", function()
   local DB = database("dry.db", SETUP)
   local db, seg = cfgdb.open(DB), {}
-  for _, r in ipairs(db:rows(SEG, { [1] = 10 })) do seg[r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = r[2] end
+  for _, r in ipairs(db:rows(SEG, { ifIndex = 10 })) do seg[r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = r[2] end
   db:close()
   local before = read(DB)
   local status, out = run("--db", DB, "--dry-run", path("change.lua"))
@@ -374,10 +374,10 @@ end
 -- What the legend must say of a stored segment: its non-zero services in service order.
 local function services_of(db, seg)
   local svcs = {}
-  for _, r in ipairs(db:rows(BASE, { [2] = seg })) do
+  for _, r in ipairs(db:rows(BASE, { segIndex = seg })) do
     for f = 6, 13 do if r[f] ~= 0 then svcs[#svcs + 1] = { f == 6 and 16 or f - 6, r[f] } end end
   end
-  for _, r in ipairs(db:rows(VPN, { [2] = seg })) do
+  for _, r in ipairs(db:rows(VPN, { segIndex = seg })) do
     for f = 6, 13 do if r[f] ~= 0 then svcs[#svcs + 1] = { f + 2, r[f] } end end
   end
   table.sort(svcs, function(a, b) return a[1] < b[1] end)
@@ -389,10 +389,10 @@ end
 -- The rows an interface's drawing must show, by kind: "PE range/CE range" -> legend entry.
 local function drawn_rows(file, ifIndex)
   local db, want = cfgdb.open(file), { ["uvlan-qinq"] = {}, ["qinq-match"] = {} }
-  for _, r in ipairs(db:rows(SEG, { [1] = ifIndex })) do
+  for _, r in ipairs(db:rows(SEG, { ifIndex = ifIndex })) do
     want["uvlan-qinq"][r[7] .. "-" .. r[8] .. "/" .. r[5] .. "-" .. r[6]] = services_of(db, r[2])
   end
-  for _, r in ipairs(db:rows(QINQ, { [2] = ifIndex })) do
+  for _, r in ipairs(db:rows(QINQ, { ifIndex = ifIndex })) do
     want["qinq-match"][r[4] .. "-" .. r[5] .. "/" .. r[6] .. "-" .. r[7]] = "match group " .. r[8]
   end
   db:close()

@@ -13,7 +13,7 @@ local load = loadstring or load
 
 local path, read, write, run, q = C.path, C.read, C.write, C.run, C.sh_quote
 local SRC = (arg and arg[0] or ""):match("^(.*)/tests/lua/[^/]*$") or "."
-local IF_INFO, QINQ, SEG, BASE, SEGIDX = 0x083606C0, 0x083606C1, 0x08361118, 0x08361119, 0x083606CA
+local IF_INFO, QINQ, SEG, BASE, SEGIDX = t.T.IF_INFO, t.T.QINQ_MATCH_SEG, t.T.UVLAN_QINQ_SEG, t.T.UVLAN_BASE_SVC, t.T.SEG_INDEX
 local SEED = 20261125
 math.randomseed(SEED)
 
@@ -154,14 +154,14 @@ t.case("--check warns where a walk from the start meets an empty page, naming th
   write(file, "")
   local db = cfgdb.open(file)
   for i = 1, 70 do
-    db:insert(IF_INFO, { [2] = i, [3] = 7, [4] = 1 })
-    db:insert(IF_INFO, { [2] = 200 + i, [3] = 7, [4] = 11 })
+    db:insert(IF_INFO, { ifIndex = i, vrId = 7, kind = 1 })
+    db:insert(IF_INFO, { ifIndex = 200 + i, vrId = 7, kind = 11 })
   end
-  db:insert(QINQ, { [2] = 1, [3] = 1, [4] = 5, [5] = 5, [6] = 1, [7] = 1, [9] = 7 })
-  db:insert(QINQ, { [2] = 70, [3] = 2, [4] = 6, [5] = 6, [6] = 1, [7] = 1, [9] = 7 })
-  db:insert(SEG, { [1] = 201, [2] = 3, [4] = 7, [5] = 1, [6] = 1, [7] = 5, [8] = 5 })
-  db:insert(SEG, { [1] = 270, [2] = 4, [4] = 7, [5] = 1, [6] = 1, [7] = 5, [8] = 5 })
-  for i = 1, 4 do db:insert(SEGIDX, { [1] = i, [2] = 7 }) end
+  db:insert(QINQ, { ifIndex = 1, segIndex = 1, peBegin = 5, peEnd = 5, ceBegin = 1, ceEnd = 1, vrId = 7 })
+  db:insert(QINQ, { ifIndex = 70, segIndex = 2, peBegin = 6, peEnd = 6, ceBegin = 1, ceEnd = 1, vrId = 7 })
+  db:insert(SEG, { ifIndex = 201, segIndex = 3, vrId = 7, ceBegin = 1, ceEnd = 1, peBegin = 5, peEnd = 5 })
+  db:insert(SEG, { ifIndex = 270, segIndex = 4, vrId = 7, ceBegin = 1, ceEnd = 1, peBegin = 5, peEnd = 5 })
+  for i = 1, 4 do db:insert(SEGIDX, { segIndex = i, vrId = 7 }) end
   db:close()
   local status, out = run("--db", file, "--check")
   t.check(status == 0 and out:find("warning: QINQ_MATCH_SEG f2_ifindex=70 f3_seg_index=2: a QinQ match walk of VR 7 " ..
@@ -187,7 +187,7 @@ t.case("--show --json of an interface and of the summary map back onto the store
   local doc = json()
   t.check(status == 0 and doc.format == 1 and doc.view == "interface" and doc.interface == 1001, "document head")
   local db = cfgdb.open(SOUND)
-  local TABLES = { ["dot1q-match"] = { 0x083606C2, 2 }, ["qinq-match"] = { QINQ, 2 }, ["uvlan-qinq"] = { SEG, 1 } }
+  local TABLES = { ["dot1q-match"] = { t.T.DOT1Q_MATCH_SEG, 2 }, ["qinq-match"] = { QINQ, 2 }, ["uvlan-qinq"] = { SEG, 1 } }
   for kind, tbl in pairs(TABLES) do
     local want, got = t.rows(db, tbl[1], function(r)
       local parts = {}
@@ -215,8 +215,8 @@ t.case("--show --json of an interface and of the summary map back onto the store
   doc = json()
   t.eq(doc.view, "summary", "summary view")
   for _, entry in ipairs(doc.interfaces) do
-    t.eq(entry.rows["uvlan-qinq"], db:count(SEG, { [1] = entry.interface }), "segments of " .. entry.interface)
-    t.eq(entry.rows["qinq-match"], db:count(QINQ, { [2] = entry.interface }), "QinQ matches of " .. entry.interface)
+    t.eq(entry.rows["uvlan-qinq"], db:count(SEG, { ifIndex = entry.interface }), "segments of " .. entry.interface)
+    t.eq(entry.rows["qinq-match"], db:count(QINQ, { ifIndex = entry.interface }), "QinQ matches of " .. entry.interface)
   end
   db:close()
 end)
@@ -367,7 +367,7 @@ t.case("os.exit ends a script as returning or raising does; SIGTERM rolls it bac
   write(path("exit.lua"), MARK .. "pcall(os.exit, 0)")
   t.eq(run("--db", file, path("exit.lua")), 0, "os.exit(0) inside pcall")
   local db = cfgdb.open(file)
-  t.eq(db:count(0x083607EF, { [1] = 77 }), 1, "os.exit(0) kept the script's writes")
+  t.eq(db:count(t.T.CTRL_VID_BITMAP, { ctrlKey = 77 }), 1, "os.exit(0) kept the script's writes")
   db:close()
   before = read(file)
   -- (LuaJIT calls no hook from the code it compiles, so the loop runs interpreted.)

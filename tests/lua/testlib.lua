@@ -7,8 +7,11 @@ local unpack = table.unpack or unpack
 
 local M = {}
 
-M.IF_INFO, M.DOT1Q, M.SEG_INDEX = 0x083606C0, 0x083606C2, 0x083606CA
-M.QINQ, M.QINQ_IF_SPEC = 0x083606C1, 0x08361A12
+-- Table identifiers by name, as the database's description gives them.
+M.T = {}
+for _, tbl in ipairs(cfgdb.tables()) do M.T[tbl.name] = tbl.id end
+M.IF_INFO, M.DOT1Q, M.SEG_INDEX = M.T.IF_INFO, M.T.DOT1Q_MATCH_SEG, M.T.SEG_INDEX
+M.QINQ, M.QINQ_IF_SPEC = M.T.QINQ_MATCH_SEG, M.T.QINQ_IF_SPEC
 M.VR = 7
 
 -- Every value a call returned, trailing nils included: {n = count, ...}.

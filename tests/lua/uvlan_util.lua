@@ -7,7 +7,7 @@ local unpack = table.unpack or unpack
 
 local M = {}
 
-M.SEG, M.BASE, M.VPN, M.SEGIDX = 0x08361118, 0x08361119, 0x08360535, 0x083606CA
+M.SEG, M.BASE, M.VPN, M.SEGIDX = t.T.UVLAN_QINQ_SEG, t.T.UVLAN_BASE_SVC, t.T.UVLAN_VPN_SVC, t.T.SEG_INDEX
 M.uv, M.lib = uv, uv
 
 -- Base-service fields by service type, and VPN-service fields by service type.
@@ -46,7 +46,7 @@ function M.rows(db, ifindex)
     for _, s in ipairs(db:rows(tbl, {[1] = ifindex})) do by_index[tbl][s[2]] = s end
   end
   local out = {}
-  for _, r in ipairs(db:rows(M.SEG, {[1] = ifindex})) do
+  for _, r in ipairs(db:rows(M.SEG, {ifIndex = ifindex})) do
     local row = {peb = r[7], pee = r[8], ceb = r[5], cee = r[6], idx = r[2], keya = r[9], keyb = r[3], svc = {}}
     for tbl, map in pairs({[M.BASE] = M.BASE_FIELD, [M.VPN] = M.VPN_FIELD}) do
       local s = by_index[tbl][r[2]]
@@ -117,8 +117,8 @@ end
 
 -- ---- user-VLAN queries ----
 
-M.T_IF_INFO, M.T_DOT1Q, M.T_QINQ = 0x083606C0, 0x08361117, 0x08361118
-M.T_DESC, M.T_ANYOTHER = 0x0836111B, 0x0836117F
+M.T_IF_INFO, M.T_DOT1Q, M.T_QINQ = t.T.IF_INFO, t.T.UVLAN_DOT1Q, t.T.UVLAN_QINQ_SEG
+M.T_DESC, M.T_ANYOTHER = t.T.UVLAN_DESC, t.T.UVLAN_ANYOTHER
 
 local Cfg = {}
 Cfg.__index = Cfg
@@ -129,30 +129,30 @@ function M.cfg(vr)
 end
 
 function Cfg:addDot1q(ifIndex, first, last, vr)
-  self.db:insert(M.T_DOT1Q, {[1] = ifIndex, [4] = vr or self.vr, [5] = first, [6] = last})
+  self.db:insert(M.T_DOT1Q, {ifIndex = ifIndex, vrId = vr or self.vr, vlanBegin = first, vlanEnd = last})
   if (vr or self.vr) == self.vr then self.dot1q[#self.dot1q + 1] = {ifIndex, first, last} end
 end
 
 -- A QinQ interface of the walk: listed in the interface table with kind 11.
 function Cfg:addQinqIf(ifIndex, vr)
-  self.db:insert(M.T_IF_INFO, {[2] = ifIndex, [3] = vr or self.vr, [4] = 11})
+  self.db:insert(M.T_IF_INFO, {ifIndex = ifIndex, vrId = vr or self.vr, kind = 11})
   if (vr or self.vr) == self.vr then self.qinqIf[ifIndex] = true end
 end
 
 function Cfg:addQinq(ifIndex, peBgn, peEnd, ceBgn, ceEnd, vr)
   self.seg = self.seg + 1
-  self.db:insert(M.T_QINQ, {[1] = ifIndex, [2] = self.seg, [4] = vr or self.vr, [5] = ceBgn, [6] = ceEnd,
-                            [7] = peBgn, [8] = peEnd})
+  self.db:insert(M.T_QINQ, {ifIndex = ifIndex, segIndex = self.seg, vrId = vr or self.vr, ceBegin = ceBgn, ceEnd = ceEnd,
+                            peBegin = peBgn, peEnd = peEnd})
   if (vr or self.vr) == self.vr then self.qinq[#self.qinq + 1] = {ifIndex, peBgn, peEnd, ceBgn, ceEnd} end
 end
 
 function Cfg:addAnyOther(ifIndex, vr)
-  self.db:insert(M.T_ANYOTHER, {[1] = ifIndex, [5] = vr or self.vr})
+  self.db:insert(M.T_ANYOTHER, {ifIndex = ifIndex, vrId = vr or self.vr})
   if (vr or self.vr) == self.vr then self.anyOther[#self.anyOther + 1] = ifIndex end
 end
 
 function Cfg:addDesc(ifIndex, pe, ce, text)
-  self.db:insert(M.T_DESC, {[1] = ifIndex, [2] = pe, [3] = ce, [4] = text, [5] = self.vr})
+  self.db:insert(M.T_DESC, {ifIndex = ifIndex, peVlan = pe, ceVlan = ce, description = text, vrId = self.vr})
 end
 
 -- One call: code, entries as "if:pe:ce" strings, the raw result table and the message.

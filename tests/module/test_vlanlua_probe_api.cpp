@@ -7,9 +7,9 @@
 
 TEST_F(VlanLuaDbTest, ExportedProbesTakeTheirArgumentsInTheirOwnOrder)
 {
-    Lua("db:insert(0x083606C0, {[2] = 0x1001, [12] = 0x1000})\n"
-        "db:insert(0x0D4B04E9, {[1] = 11, [3] = 2})\n"
-        "db:insert(0x0D4B12D9, {[1] = 7, [2] = 20, [3] = 2})");
+    Lua("db:insert('IF_INFO', {ifIndex = 0x1001, mainIfIndex = 0x1000})\n"
+        "db:insert('L2SUP_CFG', {ifIndex = 11, supMode = 2})\n"
+        "db:insert('PWSUP_CFG', {vrId = 7, ifIndex = 20, supMode = 2})");
     uint32_t uiMain = 77, uiL2 = 77, uiPw = 77;
     EXPECT_EQ(VLAN_API_GetMainIfBySubIf(&uiMain, 0x1001, L), 0u);
     EXPECT_EQ(VLAN_API_CheckL2SuppExist(11, &uiL2, L), 0u);

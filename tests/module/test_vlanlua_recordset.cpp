@@ -1,16 +1,18 @@
 /* The record set: the exact bytes of the blocks it hands to the database and the packing of
- * the selected fields. Its failure paths are swept through every script function. */
+ * the selected fields, and that neither a read nor a write runs with fewer conditions or fields
+ * than its code names. Its failure paths are swept through every script function. */
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <vector>
 
+#include "bas/vlanlua_bas_query.h"
 #include "vlanlua_db.h"
 #include "vlanlua_test_db.h"
 
 namespace {
 
-constexpr uint32_t kIfInfo = 0x083606C0u;
+constexpr uint32_t kIfInfo = VLANLUA_TBL_IF_INFO;
 
 class RecordSet : public VlanLuaDbTest {
 protected:
@@ -19,7 +21,7 @@ protected:
     void SetUp() override
     {
         VlanLuaDbTest::SetUp();
-        Lua("db:insert(0x083606C0, {[2] = 0xBBAA, [3] = 5, [12] = 0x11223344})");
+        Lua("db:insert('IF_INFO', {ifIndex = 0xBBAA, vrId = 5, mainIfIndex = 0x11223344})");
         pstRs = VLANLUA_RecordSet_New(pObj, kIfInfo);
         ASSERT_NE(pstRs, nullptr);
     }
@@ -78,4 +80,35 @@ TEST_F(RecordSet, SelectedFieldsArePackedInSelectionOrderAndWidth)
     EXPECT_EQ(VLANLUA_RecordSet_GetDataNum(pstRs), 6u);
     EXPECT_EQ(KEL_GetNum(VLANLUA_RecordSet_GetDataBuff(pstRs), 4), 0x11223344u);
     EXPECT_EQ(KEL_GetNum(VLANLUA_RecordSet_GetDataBuff(pstRs) + 4, 2), 0xBBAAu) << "the u32 field asked as a u16";
+}
+
+/* Conditions are typed by their fields, so the one way left to lose one is a full condition block;
+ * a delete list that overflows is the same for writes. Either must fail without asking the
+ * database: an armed call fault would otherwise answer 0x10B instead of 1. */
+TEST_F(RecordSet, AConditionOrFieldThatCannotBeAddedFailsWithoutAskingTheDatabase)
+{
+    using IfInfo = VlanLuaTbl::IF_INFO;
+    VlanLuaQuery<IfInfo> query(pObj);
+    query.Select<IfInfo::mainIfIndex>();
+    for (uint32_t i = 0; i <= ECM_COND_MAX; i++) {
+        query.Where<IfInfo::ifIndex>(VLANLUA_OP_NE, i);
+    }
+    Lua("db:fail_call(1)");
+    uint32_t uiCount = 7;
+    EXPECT_EQ(query.Query(1), 1u);
+    EXPECT_EQ(query.Count(&uiCount), 1u);
+    EXPECT_EQ(query.Exist(&uiCount), 1u);
+    EXPECT_EQ(uiCount, 7u);
+
+    using Seg = VlanLuaTbl::QINQ_IF_SPEC;
+    Lua("db:fail_call(0); db:insert('QINQ_IF_SPEC', {vrId = 7, mainIfIndex = 9, qinqNum = 3})");
+    uint32_t uiVrId = 7;
+    uint32_t uiMainIf = 9;
+    VlanLuaWriteList<Seg, 2> list;
+    list.Add<Seg::vrId>(&uiVrId);
+    list.Add<Seg::mainIfIndex>(&uiMainIf);
+    list.Add<Seg::qinqNum>(&uiMainIf);
+    Lua("db:fail_call(1)");
+    EXPECT_EQ(list.Delete(pObj, 0), 1u);
+    Lua("db:fail_call(0); assert(db:count('QINQ_IF_SPEC') == 1, 'the record stays')");
 }

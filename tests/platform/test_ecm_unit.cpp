@@ -26,7 +26,7 @@ using namespace ecmtest;
 
 namespace {
 
-constexpr uint32_t UVLAN_VPN_SVC = 0x08360535u;
+constexpr uint32_t UVLAN_VPN_SVC = VLANLUA_TBL_UVLAN_VPN_SVC;
 
 /* A Lua state with the module and an object of its own on the file, bound. set(ifx, peb, pee,
  * ceb, cee, {type, value, ...}) calls VLAN_spt_SetUserVlanQinQSvc and answers its result code. */
@@ -449,10 +449,10 @@ std::string CommitFailure(const char *pcPath)
     if (strErr.find(pcPath) == std::string::npos || strErr.find("rolled back") == std::string::npos) {
         return "the failed commit raised '" + strErr + "'";
     }
-    if (stHost.Int("db:count(0x08361118)") != GRID * GRID || stHost.Int("#db:journal()") != 0) {
+    if (stHost.Int("db:count('UVLAN_QINQ_SEG')") != GRID * GRID || stHost.Int("#db:journal()") != 0) {
         return "the failed call left rows or journal entries";
     }
-    return stHost.Int(SetCall(7, 1, GRID, 1, GRID, 1, 9)) == 0 && stHost.Int("db:count(0x08361118)") == 1
+    return stHost.Int(SetCall(7, 1, GRID, 1, GRID, 1, 9)) == 0 && stHost.Int("db:count('UVLAN_QINQ_SEG')") == 1
                ? ""
                : "the call failed again with room on the disk";
 }

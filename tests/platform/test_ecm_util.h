@@ -13,19 +13,20 @@
 
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
+#include "vlanlua_tables.h"
 
 namespace ecmtest {
 
-constexpr uint32_t IF_INFO = 0x083606C0u;
-constexpr uint32_t L2_PORT = 0x0D490804u;
-constexpr uint32_t PV_RELATION = 0x0D49077Du;
-constexpr uint32_t CTRL_VID_BITMAP = 0x083607EFu;
-constexpr uint32_t DOT1Q_MATCH_SEG = 0x083606C2u;
-constexpr uint32_t SEG_INDEX = 0x083606CAu;
-constexpr uint32_t QINQ_MATCH_SEG = 0x083606C1u;
-constexpr uint32_t QINQ_IF_SPEC = 0x08361A12u;
-constexpr uint32_t UVLAN_QINQ_SEG = 0x08361118u;
-constexpr uint32_t UVLAN_BASE_SVC = 0x08361119u;
+constexpr uint32_t IF_INFO = VLANLUA_TBL_IF_INFO;
+constexpr uint32_t L2_PORT = VLANLUA_TBL_L2_PORT;
+constexpr uint32_t PV_RELATION = VLANLUA_TBL_PV_RELATION;
+constexpr uint32_t CTRL_VID_BITMAP = VLANLUA_TBL_CTRL_VID_BITMAP;
+constexpr uint32_t DOT1Q_MATCH_SEG = VLANLUA_TBL_DOT1Q_MATCH_SEG;
+constexpr uint32_t SEG_INDEX = VLANLUA_TBL_SEG_INDEX;
+constexpr uint32_t QINQ_MATCH_SEG = VLANLUA_TBL_QINQ_MATCH_SEG;
+constexpr uint32_t QINQ_IF_SPEC = VLANLUA_TBL_QINQ_IF_SPEC;
+constexpr uint32_t UVLAN_QINQ_SEG = VLANLUA_TBL_UVLAN_QINQ_SEG;
+constexpr uint32_t UVLAN_BASE_SVC = VLANLUA_TBL_UVLAN_BASE_SVC;
 
 /* A record as the control side sees it: field number -> integer or bytes. */
 using Row = std::map<uint32_t, std::string>;

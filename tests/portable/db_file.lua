@@ -7,11 +7,11 @@ local lib = require "libvlanluaext"
 
 local mode, path = arg[1], arg[2]
 local VR = 3
-local IF_INFO, L2_PORT, PV_RELATION, DOT1Q_MATCH = 0x083606C0, 0x0D490804, 0x0D49077D, 0x083606C2
-local QINQ_MATCH, UVLAN_DOT1Q, UVLAN_DESC, UVLAN_ANYOTHER = 0x083606C1, 0x08361117, 0x0836111B, 0x0836117F
-local TABLES = { IF_INFO, 0x0D4B04E9, 0x0D4B12D9, 0x083607ED, L2_PORT, PV_RELATION, 0x0852057B, 0x083607EF,
-  DOT1Q_MATCH, 0x083606CA, QINQ_MATCH, 0x08361A12, 0x08361118, 0x08361119, 0x08360535, UVLAN_DOT1Q, UVLAN_DESC,
-  UVLAN_ANYOTHER }
+local IF_INFO, L2_PORT, PV_RELATION = "IF_INFO", "L2_PORT", "PV_RELATION"
+local DOT1Q_MATCH, QINQ_MATCH = "DOT1Q_MATCH_SEG", "QINQ_MATCH_SEG"
+local UVLAN_DOT1Q, UVLAN_DESC, UVLAN_ANYOTHER = "UVLAN_DOT1Q", "UVLAN_DESC", "UVLAN_ANYOTHER"
+local TABLES = {}                               -- every table, in the order the description lists them
+for i, tbl in ipairs(cfgdb.tables()) do TABLES[i] = tbl.id end
 
 local db = assert(cfgdb.open(path, { vr = VR, lr = 1, cdb = 0 }))
 db:bind()
@@ -36,21 +36,21 @@ local function set_services(ifx, peb, pee, ceb, cee, svcs)
 end
 
 local function write()
-  db:insert(IF_INFO, { [2] = 0x2001, [3] = VR, [4] = 1, [12] = 0x2000 })
-  db:insert(L2_PORT, { [1] = 0x101, [2] = 300, [6] = VR, [12] = 1 })
-  db:insert(PV_RELATION, { [1] = VR, [2] = 0x101, [3] = bitmap({ 1, 300, 4094 }), [4] = bitmap({ 7 }) })
+  db:insert(IF_INFO, { ifIndex = 0x2001, vrId = VR, kind = 1, mainIfIndex = 0x2000 })
+  db:insert(L2_PORT, { ifIndex = 0x101, pvid = 300, vrId = VR, negotiation = 1 })
+  db:insert(PV_RELATION, { vrId = VR, ifIndex = 0x101, bitmap1 = bitmap({ 1, 300, 4094 }), bitmap2 = bitmap({ 7 }) })
   for _, id in ipairs({ 1, 100, 4094, 4095, 5000, 8188, 8189 }) do check(lib.VLAN_spt_CrtCtrlVidBitMap(42, id, VR)) end
-  db:insert(DOT1Q_MATCH, { [2] = 0x2001, [3] = 9001, [4] = 10, [5] = 19, [6] = 1, [7] = VR })
+  db:insert(DOT1Q_MATCH, { ifIndex = 0x2001, segIndex = 9001, vlanBegin = 10, vlanEnd = 19, groupId = 1, vrId = VR })
   check(lib.VLAN_spt_Dot1QMatchMerge({ 0x2001, 20, 30, 1, VR, 0, 0, 0 }))
-  db:insert(QINQ_MATCH, { [2] = 0x2001, [3] = 9101, [4] = 100, [5] = 100, [6] = 1, [7] = 10, [9] = VR, [10] = 0x2000 })
+  db:insert(QINQ_MATCH, { ifIndex = 0x2001, segIndex = 9101, peBegin = 100, peEnd = 100, ceBegin = 1, ceEnd = 10, vrId = VR, mainIfIndex = 0x2000 })
   check(lib.VLAN_spt_QinQMatchMerge({ 0x2001, 0, 100, 100, 11, 20, 0x2000, 5, VR, 0, "rule-x" }))
   check(lib.VLAN_spt_UpdataQinQIfSpec(0x2000, 5, VR, true))
-  db:insert(IF_INFO, { [2] = 0x3001, [3] = VR, [4] = 11 })
+  db:insert(IF_INFO, { ifIndex = 0x3001, vrId = VR, kind = 11 })
   set_services(0x3001, 100, 199, 1, 10, { 1, 7, 9, 0x10000 })
   set_services(0x3001, 150, 160, 5, 20, { 8, 3 })
-  db:insert(UVLAN_DOT1Q, { [1] = 0x3001, [4] = VR, [5] = 2, [6] = 4 })
-  db:insert(UVLAN_DESC, { [1] = 0x3001, [2] = 155, [3] = 5, [4] = "rack 7, top", [5] = VR })
-  db:insert(UVLAN_ANYOTHER, { [1] = 0x3001, [5] = VR })
+  db:insert(UVLAN_DOT1Q, { ifIndex = 0x3001, vrId = VR, vlanBegin = 2, vlanEnd = 4 })
+  db:insert(UVLAN_DESC, { ifIndex = 0x3001, peVlan = 155, ceVlan = 5, description = "rack 7, top", vrId = VR })
+  db:insert(UVLAN_ANYOTHER, { ifIndex = 0x3001, vrId = VR })
 end
 
 local function change()
