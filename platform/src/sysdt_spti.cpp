@@ -71,6 +71,13 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
     return pState != nullptr ? lua_gettop(static_cast<lua_State *>(pState)) : 0;
 }
 
+/* The frame behind a handle when iPos names one of its real values by a positive position. */
+static inline SysdtCallFrame *FrameOfReal(void *pState, int32_t iPos)
+{
+    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    return pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase ? pstFrame : nullptr;
+}
+
 [[gnu::noinline]] static int TypeOnStack(void *pState, int32_t iPos)
 {
     if (pState == nullptr) {
@@ -86,9 +93,9 @@ extern "C" int32_t SYSDT_SPTI_GetTop(void *pState)
 /* Type of the value at a position; the arguments of a call are asked for directly. */
 static inline int TypeAtPos(void *pState, int32_t iPos)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase) {
-        return lua_type(pstFrame->L, iPos);
+    SysdtCallFrame *pstFrame = FrameOfReal(pState, iPos);
+    if (pstFrame != nullptr) {
+        return SysdtSpti_RealType(pstFrame, iPos);
     }
     return TypeOnStack(pState, iPos);
 }
@@ -113,7 +120,11 @@ extern "C" int32_t SYSDT_SPTI_IsBool(void *pState, int32_t iPos)
     if (pState == nullptr) {
         return 0;
     }
-    SysdtCallFrame *pstFrame = SysdtSpti_TapedFrameOf(pState);
+    SysdtCallFrame *pstFrame = FrameOfReal(pState, iPos);
+    if (pstFrame != nullptr) {                                        /* an argument, never a string */
+        return SysdtSpti_RealType(pstFrame, iPos) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(pstFrame->L, iPos) : 0;
+    }
+    pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (pstFrame == nullptr) {
         auto *L = static_cast<lua_State *>(pState);
         return BareTypeAt(L, iPos) == LUA_TNUMBER ? SysdtSpti_NumberToUInt(L, BareAbs(L, iPos)) : 0;  /* never a string */
@@ -137,12 +148,11 @@ extern "C" uint32_t SYSDT_SPTI_ToUInt(void *pState, int32_t iPos)
 
 extern "C" const char *SYSDT_SPTI_ToString(void *pState, int32_t iPos)
 {
-    SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && iPos > 0 && iPos <= pstFrame->iBase) {   /* an argument */
-        lua_State *L = pstFrame->L;
-        return lua_type(L, iPos) == LUA_TSTRING ? lua_tolstring(L, iPos, nullptr) : nullptr;
+    SysdtCallFrame *pstFrame = FrameOfReal(pState, iPos);
+    if (pstFrame != nullptr) {                                        /* an argument */
+        return SysdtSpti_RealType(pstFrame, iPos) == LUA_TSTRING ? lua_tolstring(pstFrame->L, iPos, nullptr) : nullptr;
     }
-    SysdtSpti_TapedFrameOf(pState);
+    pstFrame = SysdtSpti_TapedFrameOf(pState);
     if (TypeAtPos(pState, iPos) != LUA_TSTRING) {
         return nullptr;  /* lua_tostring would turn a number into a string in place */
     }
@@ -242,9 +252,7 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
         !pstFrame->bFailed) {
         pstFrame->iBase -= iCount;
         SysdtSpti_Moved(pstFrame, -iCount, LUA_TNONE);
-        if (pstFrame->iPlainTable > pstFrame->iTop) {
-            pstFrame->iPlainTable = 0;
-        }
+        SysdtSpti_BaseLowered(pstFrame);
         lua_settop(pstFrame->L, -iCount - 1);
         return;
     }
@@ -268,6 +276,30 @@ extern "C" void SYSDT_SPTI_Pop(void *pState, int32_t iCount)
     lua_pushinteger(L, static_cast<lua_Integer>(llValue));
 }
 
+/* Pushes a number at once (SysdtSpti_MayPushNow); apart, so that the short paths that call it set up
+ * no registers of their own. */
+[[gnu::noinline]] static void PushNumberNow(SysdtCallFrame *pstFrame, int64_t llValue)
+{
+    SysdtSpti_PushingNow(pstFrame, LUA_TNUMBER);
+    lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(llValue));
+}
+
+[[gnu::noinline]] static void PushNilNow(SysdtCallFrame *pstFrame)
+{
+    SysdtSpti_PushingNow(pstFrame, LUA_TNIL);
+    lua_pushnil(pstFrame->L);
+}
+
+/* A number pushed in a call: on the engine's stack now, or deferred; false sends it to the general path. */
+static inline bool PushedNumber(SysdtCallFrame *pstFrame, int64_t llValue)
+{
+    if (SysdtSpti_MayPushNow(pstFrame)) {
+        PushNumberNow(pstFrame, llValue);
+        return true;
+    }
+    return SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, llValue);
+}
+
 /* In a call the number waits in the frame: the next step reads under it, stores it or hands it over. */
 extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 {
@@ -279,7 +311,7 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
         pstFrame->bTopRead = false;
         return;
     }
-    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, uiValue)) {
+    if (pstFrame != nullptr && PushedNumber(pstFrame, uiValue)) {
         return;
     }
     PushIntegerOnStack(pState, uiValue);
@@ -288,7 +320,7 @@ extern "C" void SYSDT_SPTI_PushUInt(void *pState, uint32_t uiValue)
 extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
-    if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_INT, iValue)) {
+    if (pstFrame != nullptr && PushedNumber(pstFrame, iValue)) {
         return;
     }
     PushIntegerOnStack(pState, iValue);
@@ -309,6 +341,10 @@ extern "C" void SYSDT_SPTI_PushInt(void *pState, int32_t iValue)
 extern "C" void SYSDT_SPTI_PushNil(void *pState)
 {
     SysdtCallFrame *pstFrame = SysdtSpti_FrameOf(pState);
+    if (pstFrame != nullptr && SysdtSpti_MayPushNow(pstFrame)) {
+        PushNilNow(pstFrame);
+        return;
+    }
     if (pstFrame != nullptr && SysdtSpti_DeferSimple(pstFrame, SYSDT_TAPE_NIL, 0)) {
         return;
     }

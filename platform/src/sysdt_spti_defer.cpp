@@ -90,24 +90,24 @@ bool GrowSlots(SysdtCallFrame *pstFrame)
     return true;
 }
 
-/* Gives back every chunk and slot list the tape took from the engine. */
+/* Gives back every chunk and slot list the tape took from the engine (only a tape that was set up
+ * took any), and leaves a new tape. */
 void Release(SysdtCallFrame *pstFrame)
 {
-    SysdtTapeChunk *pstChunk = pstFrame->stInline.pstNext;
-    while (pstChunk != nullptr) {
-        SysdtTapeChunk *pstNext = pstChunk->pstNext;
-        EngineFree(pstFrame->L, pstChunk, ChunkBytes(pstChunk->uiCap));
-        pstChunk = pstNext;
-    }
-    pstFrame->stInline.pstNext = nullptr;
-    if (pstFrame->ppstSlots != pstFrame->apstInlineSlots) {
-        EngineFree(pstFrame->L, pstFrame->ppstSlots, pstFrame->iSlotCap * sizeof(SysdtTapeRec *));
-        pstFrame->ppstSlots = pstFrame->apstInlineSlots;
-        pstFrame->iSlotCap = kSysdtInlineSlots;
+    if (pstFrame->bHeap) {
+        SysdtTapeChunk *pstChunk = pstFrame->stInline.pstNext;
+        while (pstChunk != nullptr) {
+            SysdtTapeChunk *pstNext = pstChunk->pstNext;
+            EngineFree(pstFrame->L, pstChunk, ChunkBytes(pstChunk->uiCap));
+            pstChunk = pstNext;
+        }
+        if (pstFrame->ppstSlots != pstFrame->apstInlineSlots) {
+            EngineFree(pstFrame->L, pstFrame->ppstSlots, pstFrame->iSlotCap * sizeof(SysdtTapeRec *));
+        }
     }
     pstFrame->bHeap = false;
     pstFrame->bKeyWaiting = false;
-    SysdtSpti_ClearTape(pstFrame);
+    SysdtSpti_NewTape(pstFrame);
 }
 
 /* ---- running steps protected ---- */
@@ -252,6 +252,7 @@ void SysdtSpti_Fail(SysdtCallFrame *pstFrame, const char *pcWhy)
 SysdtTapeRec *SysdtSpti_Append(SysdtCallFrame *pstFrame, uint8_t ucOp, uint32_t uiExtra, bool bValue)
 {
     SysdtSpti_SpillKey(pstFrame);
+    SysdtSpti_OpenTape(pstFrame);
     SysdtTapeRec *pstRec = nullptr;
     int iSlot = SysdtSpti_Deferred(pstFrame);
     if (!pstFrame->bFailed) {
@@ -321,6 +322,7 @@ bool SysdtSpti_Protected(SysdtCallFrame *pstFrame, int (*pfWork)(lua_State *, vo
 {
     lua_State *L = pstFrame->L;
     SysdtJob stJob{pfWork, pCtx};
+    pstFrame->iTypedArgs = 0;                           /* script code can replace an argument (debug.setlocal) */
     if (!PushRunner(L)) {
         lua_pop(L, iArgs);
         SysdtSpti_Fail(pstFrame, "script stack: the engine was not prepared for script functions");

@@ -57,6 +57,8 @@ struct SysdtTapeChunk {
 
 constexpr int kSysdtInlineRecs = 1024;     /* 16 KB: a page of a walk fits */
 constexpr int kSysdtInlineSlots = 24;
+/* Arguments whose types the frame learns when the call begins. */
+constexpr int kSysdtTypedArgs = 8;
 /* Engine stack slots kept free above the real values for the frame's own protected steps. */
 constexpr int kSysdtReserve = 8;
 
@@ -67,17 +69,21 @@ struct SysdtCallFrame {
     int iRoom;             /* positions up to here exist in the engine's stack */
     int iTopType;          /* type of the real value at iTop, or LUA_TNONE when not known */
     bool bTopRead;         /* the value at iTop is a real number and uiTopValue is what ToUInt answers */
+    bool bKeyWaiting;      /* the one deferred value is the number uiKey, not yet on the tape */
     bool bSimpleTape;      /* the tape holds pushes of numbers and nils only (never in a failed frame) */
     bool bFailed;          /* a step failed: the call raises when the function has returned */
     bool bHeap;            /* the tape took memory from the engine's allocator */
-    bool bKeyWaiting;      /* the one deferred value is the number uiKey, not yet on the tape */
+    int iPlainTable;       /* a real table without a metatable is at this position; 0 when not known */
+    int iTypedArgs;        /* arguments 1..iTypedArgs are in place and have the types in ascArgType */
     uint32_t uiKey;
     uint32_t uiTopValue;
-    int iPlainTable;       /* a real table without a metatable is at this position; 0 when not known */
-    int iErrorAt;          /* where the failed step left its error value, or 0 */
-    const char *pcFailWhy; /* the failure when no error value was left */
     SysdtTapeRec *pstNext; /* where the next record goes */
     SysdtTapeRec *pstLimit;
+    int8_t ascArgType[kSysdtTypedArgs];
+    /* The fields above are set when the call begins (uiKey and uiTopValue when they are), the ones
+     * below when first needed. */
+    int iErrorAt;          /* where the failed step left its error value, or 0 */
+    const char *pcFailWhy; /* the failure when no error value was left */
     SysdtTapeChunk *pstChunk;
     SysdtTapeRec **ppstSlots;  /* the record that makes each deferred value, bottom first */
     int iSlotCap;              /* never below the most values deferred at once */
@@ -165,11 +171,32 @@ inline void SysdtSpti_ClearTape(SysdtCallFrame *pstFrame)
     pstFrame->bSimpleTape = true;
 }
 
+/* A tape nothing was recorded on yet: no room, so that the first record takes the general path,
+ * which sets the tape up (most calls defer nothing, and their frame stays this small). */
+inline void SysdtSpti_NewTape(SysdtCallFrame *pstFrame)
+{
+    pstFrame->pstNext = pstFrame->astInlineRecs;
+    pstFrame->pstLimit = pstFrame->astInlineRecs;
+    pstFrame->bSimpleTape = true;
+}
+
+/* Sets up a new tape before its first record: the frame's own chunk and slots. */
+inline void SysdtSpti_OpenTape(SysdtCallFrame *pstFrame)
+{
+    if (pstFrame->pstLimit == pstFrame->astInlineRecs) {
+        pstFrame->ppstSlots = pstFrame->apstInlineSlots;
+        pstFrame->iSlotCap = kSysdtInlineSlots;
+        pstFrame->stInline.pstNext = nullptr;           /* its records and size: SysdtSpti_ChunkStart */
+        SysdtSpti_ClearTape(pstFrame);
+    }
+}
+
 /* A number pushed on an empty deferred zone is most often a key that the next step reads under: it
  * waits in the frame, and any other step first puts it on the tape as the zone's one record. */
 inline void SysdtSpti_SpillKey(SysdtCallFrame *pstFrame)
 {
     if (pstFrame->bKeyWaiting) {
+        SysdtSpti_OpenTape(pstFrame);
         SysdtTapeRec *pstRec = pstFrame->astInlineRecs;
         pstRec->ucOp = SYSDT_TAPE_INT;
         pstRec->llValue = pstFrame->uiKey;
@@ -189,8 +216,8 @@ inline SysdtCallFrame *SysdtSpti_TapedFrameOf(void *pState)
     return pstFrame;
 }
 
-/* A frame over the iTop values of L's stack, with positions up to iRoom in existence. The fields
- * that only a failure or a read sets are set there. */
+/* A frame over the iTop values of L's stack, with positions up to iRoom in existence; the types of
+ * the first arguments are learnt now, in one go, so that their checks and reads ask the engine once. */
 inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop, int iRoom)
 {
     pstFrame->L = L;
@@ -199,14 +226,15 @@ inline void SysdtSpti_InitFrame(SysdtCallFrame *pstFrame, lua_State *L, int iTop
     pstFrame->iRoom = iRoom;
     pstFrame->iTopType = LUA_TNONE;
     pstFrame->bTopRead = false;
+    pstFrame->bKeyWaiting = false;
     pstFrame->bFailed = false;
     pstFrame->bHeap = false;
-    pstFrame->bKeyWaiting = false;
     pstFrame->iPlainTable = 0;
-    pstFrame->ppstSlots = pstFrame->apstInlineSlots;
-    pstFrame->iSlotCap = kSysdtInlineSlots;
-    pstFrame->stInline.pstNext = nullptr;               /* its records and size: SysdtSpti_ChunkStart */
-    SysdtSpti_ClearTape(pstFrame);
+    pstFrame->iTypedArgs = iTop < kSysdtTypedArgs ? iTop : kSysdtTypedArgs;
+    SysdtSpti_NewTape(pstFrame);
+    for (int i = 0; i < pstFrame->iTypedArgs; i++) {
+        pstFrame->ascArgType[i] = static_cast<int8_t>(lua_type(L, i + 1));
+    }
 }
 
 /* Whether the deferred values are numbers and nils only, in the frame's own memory, with their
@@ -232,6 +260,27 @@ inline void SysdtSpti_PushSimple(SysdtCallFrame *pstFrame)
         }
     }
     pstFrame->iBase = pstFrame->iTop;
+}
+
+/* A number or nil pushed on an empty deferred zone (a waiting key aside) need not wait when the
+ * engine's stack has room for it: like the simple results, it goes on the engine's stack at once,
+ * the key before it, and nothing can raise. Also false for a failed frame, whose tape is closed. */
+inline bool SysdtSpti_MayPushNow(const SysdtCallFrame *pstFrame)
+{
+    return pstFrame->iTop - (pstFrame->bKeyWaiting ? 1 : 0) == pstFrame->iBase &&
+           pstFrame->pstNext == pstFrame->astInlineRecs && pstFrame->iTop + 1 + kSysdtReserve <= pstFrame->iRoom;
+}
+
+/* Counts the value of type iType about to be pushed at once (see above) and pushes the waiting key. */
+inline void SysdtSpti_PushingNow(SysdtCallFrame *pstFrame, int iType)
+{
+    bool bKey = pstFrame->bKeyWaiting;
+    pstFrame->bKeyWaiting = false;
+    pstFrame->iBase = pstFrame->iTop + 1;
+    SysdtSpti_Moved(pstFrame, 1, iType);
+    if (bKey) {
+        lua_pushinteger(pstFrame->L, static_cast<lua_Integer>(pstFrame->uiKey));
+    }
 }
 
 /* Appends a record that makes a value when the current chunk and the slot list have room; null
@@ -321,6 +370,34 @@ inline int SysdtSpti_AbsPos(int iTop, int32_t iPos)
         return -iPos <= iTop ? iTop + 1 + iPos : 0;
     }
     return iPos <= iTop ? iPos : 0;
+}
+
+/* The type of the real value at iPos (1 <= iPos <= iBase): an argument's is known from the start. */
+inline int SysdtSpti_RealType(const SysdtCallFrame *pstFrame, int iPos)
+{
+    return iPos <= pstFrame->iTypedArgs ? pstFrame->ascArgType[iPos - 1] : lua_type(pstFrame->L, iPos);
+}
+
+/* Real values were popped down to iBase: what the frame knew of positions above it goes. A position
+ * refilled later keeps no argument type, since a value pushed there can change in place (a fetched
+ * element replaces its key). */
+inline void SysdtSpti_BaseLowered(SysdtCallFrame *pstFrame)
+{
+    if (pstFrame->iPlainTable > pstFrame->iBase) {
+        pstFrame->iPlainTable = 0;
+    }
+    if (pstFrame->iTypedArgs > pstFrame->iBase) {
+        pstFrame->iTypedArgs = pstFrame->iBase;
+    }
+}
+
+/* The real top is about to be replaced in place (a key by its element): when it is an argument, its
+ * type is no longer the one learnt. */
+inline void SysdtSpti_TopReplaced(SysdtCallFrame *pstFrame)
+{
+    if (pstFrame->iTypedArgs >= pstFrame->iTop) {
+        pstFrame->iTypedArgs = pstFrame->iTop - 1;
+    }
 }
 
 /* The element just fetched is the real top; a number is read now, ToUInt(-1) comes next. */

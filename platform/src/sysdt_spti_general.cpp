@@ -27,6 +27,7 @@ void FailedPop(SysdtCallFrame *pstFrame, int iCount)
     int iTop = pstFrame->iTop > iCount ? pstFrame->iTop - iCount : 0;
     SysdtSpti_Moved(pstFrame, iTop - pstFrame->iTop, LUA_TNONE);
     pstFrame->iBase = pstFrame->iBase > iTop ? iTop : pstFrame->iBase;
+    SysdtSpti_BaseLowered(pstFrame);
 }
 
 int GetWork(lua_State *L, void *)
@@ -71,6 +72,7 @@ void FramedStoreReal(SysdtCallFrame *pstFrame, int iAbs, const char *pcName)
     lua_pop(L, iValues);
     pstFrame->iBase -= iValues;
     SysdtSpti_Moved(pstFrame, -iValues, LUA_TNONE);
+    SysdtSpti_BaseLowered(pstFrame);
 }
 
 }  // namespace
@@ -102,6 +104,7 @@ void SysdtSpti_GetTableGeneral(SysdtCallFrame *pstFrame, int32_t iPos)
     }
     lua_State *L = pstFrame->L;
     if (pstFrame->iPlainTable == iAbs || SysdtSpti_LearnPlainTable(pstFrame, iAbs)) {
+        SysdtSpti_TopReplaced(pstFrame);
         lua_rawget(L, iAbs);
         SysdtSpti_NoteFetched(pstFrame, lua_type(L, -1));
         return;
@@ -135,8 +138,8 @@ void SysdtSpti_PopGeneral(SysdtCallFrame *pstFrame, int32_t iCount)
         pstFrame->iBase -= iReal;
         lua_settop(pstFrame->L, pstFrame->iBase);
         SysdtSpti_Moved(pstFrame, -iReal, LUA_TNONE);
+        SysdtSpti_BaseLowered(pstFrame);
     }
-    pstFrame->iPlainTable = pstFrame->iPlainTable > pstFrame->iBase ? 0 : pstFrame->iPlainTable;
 }
 
 void SysdtSpti_SetTableGeneral(SysdtCallFrame *pstFrame, int32_t iPos)
