@@ -161,8 +161,8 @@ uint32_t PrepareRead(EcmDb *pstDb, uint32_t uiTableId, const ECM_COND_BLOCK_S *p
         return ECM_ERR_SQL;
     }
     for (uint32_t i = 0; i < pstShape->uiCondNum; i++) {
-        if (Ecm_BindBytes(pStmt, static_cast<int>(i + 1), pstShape->apstCond[i], pstWhere->astCond[i].aucValue) !=
-            SQLITE_OK) {
+        if (Ecm_BindBytes(pstDb, pStmt, static_cast<int>(i + 1), pstShape->apstCond[i],
+                          pstWhere->astCond[i].aucValue) != SQLITE_OK) {
             sqlite3_reset(pStmt);
             return ECM_ERR_SQL;
         }
@@ -196,12 +196,12 @@ uint32_t Deliver(EcmDb *pstDb, sqlite3_stmt *pStmt, const ReadShape *pstShape, E
     EcmStmtUse stUse(pStmt);
     uint32_t uiRecLen = pstResult->usRecLen;
     if (pstShape->uiSortNum != 0 &&
-        sqlite3_bind_int64(pStmt, static_cast<int>(pstShape->uiCondNum + 1), uiMaxRec) != SQLITE_OK) {
+        Ecm_BindInt(pstDb, pStmt, static_cast<int>(pstShape->uiCondNum + 1), uiMaxRec) != SQLITE_OK) {
         return ECM_ERR_SQL;
     }
     uint32_t uiNum = 0;
     int iRc = SQLITE_DONE;
-    while (uiNum < uiMaxRec && (iRc = sqlite3_step(pStmt)) == SQLITE_ROW) {
+    while (uiNum < uiMaxRec && (iRc = Ecm_Step(pstDb, pStmt)) == SQLITE_ROW) {
         CopyRecord(pStmt, pstShape, pstResult->pucData + uiNum * uiRecLen, uiRecLen);
         uiNum++;
     }
@@ -224,6 +224,31 @@ uint32_t EnterCall(EcmDb *pstDb)
     return Ecm_TripFault(pstDb) ? ECM_ERR_INJECTED : Ecm_JoinCallUnit(pstDb);
 }
 
+/* Records one client operation in the object's trace while it traces; ends it with its result. */
+class TracedOp {
+public:
+    TracedOp(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId)
+        : m_pstDb(pstDb != nullptr && pstDb->bTracing ? pstDb : nullptr)
+    {
+        if (m_pstDb != nullptr) {
+            Ecm_TraceOpBegin(m_pstDb, uiOp, uiTableId);
+        }
+    }
+    TracedOp(const TracedOp &) = delete;
+    TracedOp &operator=(const TracedOp &) = delete;
+    /* ulCounted: what a count counted; the rows of its statements for the other operations. */
+    uint32_t End(uint32_t uiRet, uint64_t ulCounted = UINT64_MAX)
+    {
+        if (m_pstDb != nullptr) {
+            Ecm_TraceOpEnd(m_pstDb, uiRet, ulCounted);
+        }
+        return uiRet;
+    }
+
+private:
+    EcmDb *m_pstDb;
+};
+
 /* Runs an exists or count read and gives back its one integer. */
 uint32_t ReadScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_COND_BLOCK_S *pstWhere,
                     uint32_t uiMode, uint32_t *puiOut)
@@ -242,7 +267,7 @@ uint32_t ReadScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_COND
         return uiRet;
     }
     EcmStmtUse stUse(pStmt);
-    int iRc = sqlite3_step(pStmt);
+    int iRc = Ecm_Step(pstDb, pStmt);
     if (iRc != SQLITE_ROW && iRc != SQLITE_DONE) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         return ECM_ERR_SQL;
@@ -299,10 +324,9 @@ uint32_t EnterTableCall(EcmDb *pstDb, uint32_t uiTableId, const ECM_CTL_TABLE_S 
 
 enum WriteKind { WRITE_INSERT, WRITE_SET, WRITE_DELETE };
 
-uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields, uint32_t uiNum,
-               uint32_t uiFlag)
+uint32_t CheckedWrite(EcmDb *pstDb, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields,
+                      uint32_t uiNum, uint32_t uiFlag)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
     const ECM_CTL_TABLE_S *pstTable = nullptr;
     uint32_t uiEnter = EnterTableCall(pstDb, uiTableId, &pstTable);
     if (uiEnter != ECM_OK) {
@@ -330,6 +354,15 @@ uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDV
     return Ecm_CallOutcome(pstDb, uiRet);
 }
 
+uint32_t Write(void *pObj, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields, uint32_t uiNum,
+               uint32_t uiFlag)
+{
+    static const uint32_t auiTraceOp[] = {ECM_CTL_TRACE_INSERT, ECM_CTL_TRACE_SET, ECM_CTL_TRACE_DELETE};
+    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, auiTraceOp[eKind], uiTableId);
+    return stOp.End(CheckedWrite(pstDb, eKind, uiTableId, pstFields, uiNum, uiFlag));
+}
+
 }  // namespace
 
 /* ---- Object and ids ---- */
@@ -342,39 +375,35 @@ extern "C" void *ECM_CAPI_GetSimpleMemHandle(void *pObj)
 extern "C" uint32_t ECM_CAPI_GetCdbID(void *pObj, uint32_t *puiCdbId)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, ECM_CTL_TRACE_CDB_ID, 0);
     uint32_t uiEnter = EnterCall(pstDb);
-    if (uiEnter != ECM_OK) {
-        return uiEnter;
-    }
-    if (puiCdbId == nullptr) {
-        return ECM_ERR_PARAM;
+    if (uiEnter != ECM_OK || puiCdbId == nullptr) {
+        return stOp.End(uiEnter != ECM_OK ? uiEnter : ECM_ERR_PARAM);
     }
     *puiCdbId = pstDb->uiCdbId;
-    return ECM_OK;
+    return stOp.End(ECM_OK);
 }
 
 extern "C" uint32_t ECM_CAPI_GetLrVrId(void *pObj, uint32_t *puiLrId, uint32_t *puiVrId)
 {
     EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, ECM_CTL_TRACE_LR_VR_ID, 0);
     uint32_t uiEnter = EnterCall(pstDb);
-    if (uiEnter != ECM_OK) {
-        return uiEnter;
-    }
-    if (puiLrId == nullptr || puiVrId == nullptr) {
-        return ECM_ERR_PARAM;
+    if (uiEnter != ECM_OK || puiLrId == nullptr || puiVrId == nullptr) {
+        return stOp.End(uiEnter != ECM_OK ? uiEnter : ECM_ERR_PARAM);
     }
     *puiLrId = pstDb->uiLrId;
     *puiVrId = pstDb->uiVrId;
-    return ECM_OK;
+    return stOp.End(ECM_OK);
 }
 
 /* ---- Reads ---- */
 
-extern "C" uint32_t ECM_CAPI_TPC_SelectAllRecByOrder(void *pObj, uint32_t, uint32_t uiTableId, ECM_SORT_S *pstSort,
-                                                     ECM_COND_BLOCK_S *pstWhere, ECM_SELECT_S *pstSelect,
-                                                     ECM_RESULT_S *pstResult)
+namespace {
+
+uint32_t Select(EcmDb *pstDb, uint32_t uiTableId, ECM_SORT_S *pstSort, ECM_COND_BLOCK_S *pstWhere,
+                ECM_SELECT_S *pstSelect, ECM_RESULT_S *pstResult)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
     uint32_t uiEnter = EnterCall(pstDb);
     if (uiEnter != ECM_OK) {
         return uiEnter;
@@ -395,20 +424,40 @@ extern "C" uint32_t ECM_CAPI_TPC_SelectAllRecByOrder(void *pObj, uint32_t, uint3
     return (uiRet != ECM_OK) ? uiRet : Deliver(pstDb, pStmt, &stShape, pstResult, uiMaxRec);
 }
 
+/* An exists ('E') or count ('C') read as one traced operation. */
+uint32_t Scalar(void *pObj, char cMode, uint32_t uiTableId, ECM_COND_BLOCK_S *pstWhere, uint32_t uiMode,
+                uint32_t *puiOut)
+{
+    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, cMode == 'C' ? ECM_CTL_TRACE_COUNT : ECM_CTL_TRACE_EXIST, uiTableId);
+    uint32_t uiRet = EnterCall(pstDb);
+    if (uiRet == ECM_OK) {
+        uiRet = ReadScalar(pstDb, cMode, uiTableId, pstWhere, uiMode, puiOut);
+    }
+    return stOp.End(uiRet, (cMode == 'C' && uiRet == ECM_OK) ? *puiOut : UINT64_MAX);
+}
+
+}  // namespace
+
+extern "C" uint32_t ECM_CAPI_TPC_SelectAllRecByOrder(void *pObj, uint32_t, uint32_t uiTableId, ECM_SORT_S *pstSort,
+                                                     ECM_COND_BLOCK_S *pstWhere, ECM_SELECT_S *pstSelect,
+                                                     ECM_RESULT_S *pstResult)
+{
+    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, ECM_CTL_TRACE_SELECT, uiTableId);
+    return stOp.End(Select(pstDb, uiTableId, pstSort, pstWhere, pstSelect, pstResult));
+}
+
 extern "C" uint32_t ECM_CAPI_QueryExist(void *pObj, uint32_t uiTableId, ECM_COND_BLOCK_S *pstWhere, uint32_t uiMode,
                                         uint32_t *puiExist)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    uint32_t uiEnter = EnterCall(pstDb);
-    return (uiEnter != ECM_OK) ? uiEnter : ReadScalar(pstDb, 'E', uiTableId, pstWhere, uiMode, puiExist);
+    return Scalar(pObj, 'E', uiTableId, pstWhere, uiMode, puiExist);
 }
 
 extern "C" uint32_t ECM_CAPI_QueryCount(void *pObj, uint32_t uiTableId, ECM_COND_BLOCK_S *pstWhere, uint32_t uiMode,
                                         uint32_t *puiCount)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
-    uint32_t uiEnter = EnterCall(pstDb);
-    return (uiEnter != ECM_OK) ? uiEnter : ReadScalar(pstDb, 'C', uiTableId, pstWhere, uiMode, puiCount);
+    return Scalar(pObj, 'C', uiTableId, pstWhere, uiMode, puiCount);
 }
 
 /* ---- Writes ---- */
@@ -431,9 +480,10 @@ extern "C" uint32_t ECM_CAPI_DeleteRecord(void *pObj, uint32_t uiTableId, const 
     return Write(pObj, WRITE_DELETE, uiTableId, pstFields, uiNum, uiFlag);
 }
 
-extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t uiCount, uint32_t *puiIndex)
+namespace {
+
+uint32_t ApplyIndex(EcmDb *pstDb, uint32_t uiTableId, uint32_t uiCount, uint32_t *puiIndex)
 {
-    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
     const ECM_CTL_TABLE_S *pstTable = nullptr;
     uint32_t uiEnter = EnterTableCall(pstDb, uiTableId, &pstTable);
     if (uiEnter != ECM_OK) {
@@ -447,4 +497,13 @@ extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t
         return uiJoin;
     }
     return Ecm_CallOutcome(pstDb, Ecm_NextIndex(pstDb, pstTable, uiCount, puiIndex));
+}
+
+}  // namespace
+
+extern "C" uint32_t ECM_CAPI_ApplyIndex(void *pObj, uint32_t uiTableId, uint32_t uiCount, uint32_t *puiIndex)
+{
+    EcmDb *pstDb = static_cast<EcmDb *>(pObj);
+    TracedOp stOp(pstDb, ECM_CTL_TRACE_APPLY_INDEX, uiTableId);
+    return stOp.End(ApplyIndex(pstDb, uiTableId, uiCount, puiIndex));
 }

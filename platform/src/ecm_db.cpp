@@ -53,6 +53,7 @@ void CloseStorage(EcmDb *pstDb)
     }
     sqlite3_close(pstDb->pDb);
     pstDb->pDb = nullptr;
+    Ecm_TraceFree(pstDb);
 }
 
 }  // namespace
@@ -180,7 +181,12 @@ sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql
     }
     std::string strSql = pfSql(pCtx);
     sqlite3_stmt *pStmt = nullptr;
-    if (sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr) != SQLITE_OK) {
+    uint64_t ulStart = pstDb->bTracing ? Ecm_Now() : 0;
+    int iRc = sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr);
+    if (pstDb->bTracing) {
+        Ecm_TracePrepare(pstDb, Ecm_Now() - ulStart);
+    }
+    if (iRc != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         return nullptr;
     }
@@ -210,10 +216,14 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
     memset(pucDst + uiLen, 0, uiWidth - uiLen);
 }
 
-int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue)
+int Ecm_BindBytes(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField,
+                  const uint8_t *pucValue)
 {
-    if (ECM_CTL_IsByteType(pstField->ucType)) {
-        return sqlite3_bind_blob(pStmt, iParam, pucValue, pstField->usWidth, SQLITE_STATIC);
+    if (!ECM_CTL_IsByteType(pstField->ucType)) {
+        return Ecm_BindInt(pstDb, pStmt, iParam, static_cast<int64_t>(KEL_GetNum(pucValue, pstField->usWidth)));
     }
-    return sqlite3_bind_int64(pStmt, iParam, static_cast<sqlite3_int64>(KEL_GetNum(pucValue, pstField->usWidth)));
+    if (pstDb->bTracing) {
+        Ecm_TraceBind(pstDb, iParam, 0, pucValue, pstField->usWidth);
+    }
+    return sqlite3_bind_blob(pStmt, iParam, pucValue, pstField->usWidth, SQLITE_STATIC);
 }

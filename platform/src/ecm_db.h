@@ -63,6 +63,8 @@ struct EcmJournalEntry {
     std::string strBytes;
 };
 
+struct EcmTrace;
+
 /* Where the unit of the script call running on this thread stands on an object. */
 enum EcmCallUnit : uint8_t {
     ECM_UNIT_NONE,      /* no call has opened one */
@@ -94,6 +96,8 @@ struct EcmDb {
     uint32_t uiUnitJournal = 0;     /* journal length when the call's unit opened */
     uint32_t uiOuterDepth = 0;      /* nested ECM_CTL_UnitBegin not yet ended */
     sqlite3_stmt *apUnitStmts[7] = {};  /* the statements that begin and end a call's unit, prepared once */
+    bool bTracing = false;          /* client operations are being recorded into pstTrace */
+    EcmTrace *pstTrace = nullptr;   /* what was recorded, kept until cleared or recorded anew */
 };
 
 /* Resets a cached statement when the scope ends, so it is ready for the next use. Every use binds
@@ -136,6 +140,8 @@ uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet);
 void Ecm_SettleCallUnits(EcmDb *pstDb);
 /* The object starts or stops taking part in script calls' units. */
 void Ecm_CountCallUnits(EcmDb *pstDb, bool bOn);
+/* The script call running on this thread: a number of its own (0 outside calls) and its state. */
+uint64_t Ecm_RunningCall(void **ppState);
 
 /* ---- Schema versions (ecm_version.cpp) ---- */
 
@@ -155,7 +161,42 @@ bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
 void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst,
                      uint32_t uiWidth);
 /* Binds a value given as the field's bytes at schema width. */
-int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue);
+int Ecm_BindBytes(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField,
+                  const uint8_t *pucValue);
+
+/* ---- Trace of the client operations (ecm_trace.cpp) ----
+ * While an object traces, each client operation is recorded with the statements it ran, their
+ * bound values, the rows they returned or changed and the time spent inside SQLite, grouped by
+ * the script call that made it. Statements are run and values bound through the functions below,
+ * which record when tracing and cost one test of a flag otherwise. */
+
+/* A client operation begins (kind ECM_CTL_TRACE_*, its table or 0) and ends with its result. */
+void Ecm_TraceOpBegin(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId);
+/* ulCounted: for a count, the number it counted; UINT64_MAX for the other operations. */
+void Ecm_TraceOpEnd(EcmDb *pstDb, uint32_t uiResult, uint64_t ulCounted);
+/* A statement that begins or ends a call's unit, recorded as an operation of its own when it runs
+ * outside one (uiOp ECM_CTL_TRACE_COMMIT or _ROLLBACK); true when it opened that operation. */
+bool Ecm_TraceUnitStmt(EcmDb *pstDb, uint32_t uiOp);
+/* The time a statement's preparation took inside SQLite, charged to the running operation. */
+void Ecm_TracePrepare(EcmDb *pstDb, uint64_t ulNs);
+int Ecm_TraceStep(EcmDb *pstDb, sqlite3_stmt *pStmt);
+void Ecm_TraceBind(EcmDb *pstDb, int iParam, int64_t llNum, const uint8_t *pucBytes, uint32_t uiLen);
+void Ecm_TraceFree(EcmDb *pstDb);
+/* Nanoseconds of a monotonic clock. */
+uint64_t Ecm_Now();
+
+inline int Ecm_Step(EcmDb *pstDb, sqlite3_stmt *pStmt)
+{
+    return pstDb->bTracing ? Ecm_TraceStep(pstDb, pStmt) : sqlite3_step(pStmt);
+}
+
+inline int Ecm_BindInt(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, int64_t llNum)
+{
+    if (pstDb->bTracing) {
+        Ecm_TraceBind(pstDb, iParam, llNum, nullptr, 0);
+    }
+    return sqlite3_bind_int64(pStmt, iParam, llNum);
+}
 
 /* ---- Writes shared by the client and the control side ---- */
 

@@ -31,10 +31,18 @@ thread_local EcmDb *tls_pCallUnits = nullptr;  /* objects on which that call ope
 thread_local bool tls_bRunAgain = false;       /* the call runs again, holding the lock from the start */
 thread_local uint32_t tls_uiNested = 0;        /* calls running inside the running call */
 thread_local std::string tls_strWhy;           /* why the last call's commit failed */
+thread_local uint64_t tls_ulCallNo = 0;        /* the running call's number, 0 between calls */
+std::atomic<uint64_t> g_ulCallsEntered{0};     /* numbers calls over the process, for traces */
 
 enum UnitStmt { UNIT_BEGIN, UNIT_BEGIN_IMMEDIATE, UNIT_COMMIT, UNIT_ROLLBACK, UNIT_SAVE, UNIT_RELEASE, UNIT_UNDO };
 
-/* Runs one statement of a call's unit, prepared once per object. */
+bool EndsUnit(UnitStmt eStmt)
+{
+    return eStmt == UNIT_COMMIT || eStmt == UNIT_ROLLBACK || eStmt == UNIT_RELEASE || eStmt == UNIT_UNDO;
+}
+
+/* Runs one statement of a call's unit, prepared once per object. One that ends the unit is traced as
+ * an operation of its own. */
 int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
 {
     static const char *const apcSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK", "SAVEPOINT ecm_call",
@@ -48,9 +56,16 @@ int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
             return iRc;
         }
     }
-    int iRc = sqlite3_step(pStmt);
+    bool bTraced = EndsUnit(eStmt) &&
+                   Ecm_TraceUnitStmt(pstDb, (eStmt == UNIT_COMMIT || eStmt == UNIT_RELEASE) ? ECM_CTL_TRACE_COMMIT
+                                                                                           : ECM_CTL_TRACE_ROLLBACK);
+    int iRc = Ecm_Step(pstDb, pStmt);
     sqlite3_reset(pStmt);
-    return iRc == SQLITE_DONE ? SQLITE_OK : iRc;
+    iRc = iRc == SQLITE_DONE ? SQLITE_OK : iRc;
+    if (bTraced) {
+        Ecm_TraceOpEnd(pstDb, iRc == SQLITE_OK ? ECM_OK : ECM_ERR_SQL, UINT64_MAX);
+    }
+    return iRc;
 }
 
 bool InTransaction(const EcmDb *pstDb)
@@ -157,6 +172,7 @@ void Ecm_CallEnter(void *pState, bool bNested)
     }
     tls_uiNested = 0;
     tls_pCallState = pState;
+    tls_ulCallNo = g_ulCallsEntered.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 /* Whether the running call lost the race for the write lock on one of its objects. */
@@ -191,6 +207,7 @@ bool Ecm_CallLeave(bool bCommit, const char **ppcWhy)
     tls_bRunAgain = false;
     if (!bCommit) {
         RollBackLeftUnits();
+        tls_ulCallNo = 0;
         return false;
     }
     bool bOk = true;
@@ -199,8 +216,15 @@ bool Ecm_CallLeave(bool bCommit, const char **ppcWhy)
         tls_pCallUnits = pstDb->pNextInCall;
         bOk = Commit(pstDb, bOk) && bOk;
     }
+    tls_ulCallNo = 0;
     *ppcWhy = bOk ? nullptr : tls_strWhy.c_str();
     return bOk;
+}
+
+uint64_t Ecm_RunningCall(void **ppState)
+{
+    *ppState = tls_pCallState;
+    return tls_ulCallNo;
 }
 
 uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet)

@@ -86,13 +86,13 @@ bool IsKeyField(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFieldNo)
     return false;
 }
 
-int BindKey(sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum,
+int BindKey(EcmDb *pstDb, sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum,
             int iFirstParam)
 {
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < pstTable->uiKeyNum && iRc == SQLITE_OK; i++) {
         const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstTable, pstTable->aucKey[i]);
-        iRc = Ecm_BindBytes(pStmt, iFirstParam + static_cast<int>(i), pstField,
+        iRc = Ecm_BindBytes(pstDb, pStmt, iFirstParam + static_cast<int>(i), pstField,
                             FindVal(pstVals, uiNum, pstTable->aucKey[i]));
     }
     return iRc;
@@ -101,7 +101,7 @@ int BindKey(sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWrite
 /* Runs a bound write statement; a key that matches nothing is reported as ECM_ERR_NOTFOUND. */
 uint32_t StepWrite(EcmDb *pstDb, sqlite3_stmt *pStmt, bool bMustChange)
 {
-    int iRc = sqlite3_step(pStmt);
+    int iRc = Ecm_Step(pstDb, pStmt);
     if (iRc == SQLITE_DONE) {
         return (bMustChange && sqlite3_changes(pstDb->pDb) == 0) ? ECM_ERR_NOTFOUND : ECM_OK;
     }
@@ -125,7 +125,7 @@ uint32_t Ecm_InsertRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < pstTable->uiFieldNum && iRc == SQLITE_OK; i++) {
         const uint8_t *pucValue = FindVal(pstVals, uiNum, pstTable->pstFields[i].ucFieldNo);
-        iRc = Ecm_BindBytes(stUse.Get(), static_cast<int>(i + 1), &pstTable->pstFields[i],
+        iRc = Ecm_BindBytes(pstDb, stUse.Get(), static_cast<int>(i + 1), &pstTable->pstFields[i],
                             pucValue != nullptr ? pucValue : aucZero);
     }
     return iRc == SQLITE_OK ? StepWrite(pstDb, stUse.Get(), false) : ECM_ERR_SQL;
@@ -153,11 +153,11 @@ uint32_t Ecm_UpdateRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     }
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < stShape.uiSetNum && iRc == SQLITE_OK; i++) {
-        iRc = Ecm_BindBytes(stUse.Get(), static_cast<int>(i + 1), stShape.apstSet[i],
+        iRc = Ecm_BindBytes(pstDb, stUse.Get(), static_cast<int>(i + 1), stShape.apstSet[i],
                             FindVal(pstVals, uiNum, stShape.apstSet[i]->ucFieldNo));
     }
     if (iRc == SQLITE_OK) {
-        iRc = BindKey(stUse.Get(), pstTable, pstVals, uiNum, static_cast<int>(stShape.uiSetNum + 1));
+        iRc = BindKey(pstDb, stUse.Get(), pstTable, pstVals, uiNum, static_cast<int>(stShape.uiSetNum + 1));
     }
     return iRc == SQLITE_OK ? StepWrite(pstDb, stUse.Get(), true) : ECM_ERR_SQL;
 }
@@ -169,7 +169,7 @@ uint32_t Ecm_DeleteRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     if (stUse.Get() == nullptr) {
         return ECM_ERR_SQL;
     }
-    if (BindKey(stUse.Get(), pstTable, pstVals, uiNum, 1) != SQLITE_OK) {
+    if (BindKey(pstDb, stUse.Get(), pstTable, pstVals, uiNum, 1) != SQLITE_OK) {
         return ECM_ERR_SQL;
     }
     return StepWrite(pstDb, stUse.Get(), true);
@@ -206,7 +206,7 @@ std::string FixedSql(const void *pCtx)
 bool RunFixed(EcmDb *pstDb, const char *pcSql)
 {
     EcmStmtUse stUse(Ecm_Stmt(pstDb, pcSql, FixedSql, pcSql));
-    return stUse.Get() != nullptr && sqlite3_step(stUse.Get()) == SQLITE_DONE;
+    return stUse.Get() != nullptr && Ecm_Step(pstDb, stUse.Get()) == SQLITE_DONE;
 }
 
 /* The last number handed out so far, inside the open transaction; false when the storage fails. */
@@ -214,8 +214,8 @@ bool ReadIndexBase(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint64_t *pulB
 {
     char acKey[8];
     EcmStmtUse stUse(Ecm_Stmt(pstDb, TableShape('N', pstTable->uiTableId, acKey), IndexBaseSql, pstTable));
-    if (stUse.Get() == nullptr || sqlite3_bind_int64(stUse.Get(), 1, pstTable->uiTableId) != SQLITE_OK ||
-        sqlite3_step(stUse.Get()) != SQLITE_ROW) {
+    if (stUse.Get() == nullptr || Ecm_BindInt(pstDb, stUse.Get(), 1, pstTable->uiTableId) != SQLITE_OK ||
+        Ecm_Step(pstDb, stUse.Get()) != SQLITE_ROW) {
         return false;
     }
     *pulBase = static_cast<uint64_t>(sqlite3_column_int64(stUse.Get(), 0));
@@ -225,9 +225,9 @@ bool ReadIndexBase(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint64_t *pulB
 bool StoreIndexLast(EcmDb *pstDb, uint32_t uiTableId, uint64_t ulLast)
 {
     EcmStmtUse stUse(Ecm_Stmt(pstDb, "Nstore", IndexStoreSql, nullptr));
-    return stUse.Get() != nullptr && sqlite3_bind_int64(stUse.Get(), 1, uiTableId) == SQLITE_OK &&
-           sqlite3_bind_int64(stUse.Get(), 2, static_cast<sqlite3_int64>(ulLast)) == SQLITE_OK &&
-           sqlite3_step(stUse.Get()) == SQLITE_DONE;
+    return stUse.Get() != nullptr && Ecm_BindInt(pstDb, stUse.Get(), 1, uiTableId) == SQLITE_OK &&
+           Ecm_BindInt(pstDb, stUse.Get(), 2, static_cast<int64_t>(ulLast)) == SQLITE_OK &&
+           Ecm_Step(pstDb, stUse.Get()) == SQLITE_DONE;
 }
 
 }  // namespace
