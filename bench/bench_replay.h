@@ -49,7 +49,7 @@ public:
 
     /* Runs every recorded execution in order; the number whose end differed from SQLITE_DONE.
      * What the rows held is added to *pulSink, so that reading them cannot be left out. */
-    uint32_t Run(uint64_t *pulSink) const
+    [[gnu::noinline]] uint32_t Run(uint64_t *pulSink) const
     {
         uint32_t uiFailed = 0;
         for (const Execution &stRun : m_vecRuns) {

@@ -433,6 +433,16 @@ extern "C" void MOX_GetStats(void *pHandle, MOX_STATS_S *pstStats)
     *pstStats = MOX_STATS_S{reg.live.Count(), reg.ulLiveBytesAll, reg.ulPeakAll, reg.ulTotalAll, MOX_AssertCount()};
 }
 
+extern "C" void MOX_ResetPeak(void *pHandle)
+{
+    MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_ResetPeak");
+    if (pstHandle == nullptr) {
+        return;
+    }
+    RegistryGuard lock(Registry().mtx);
+    pstHandle->stStats.ulPeakBytes = pstHandle->stStats.ulLiveBytes;
+}
+
 extern "C" void MOX_FailAlloc(void *pHandle, uint32_t uiNth)
 {
     MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_FailAlloc");
