@@ -42,11 +42,11 @@ bool OpenStorage(EcmDb *pstDb, const char *pcPath, uint32_t uiBusyTimeoutMs, cha
 
 void CloseStorage(EcmDb *pstDb)
 {
-    for (auto &kv : pstDb->mapStmts) {
-        sqlite3_finalize(kv.second);
+    for (auto &kv : pstDb->mapPlans) {
+        sqlite3_finalize(kv.second.pStmt);
     }
-    pstDb->mapStmts.clear();
-    pstDb->pLastStmt = nullptr;
+    pstDb->mapPlans.clear();
+    pstDb->pstLastPlan = nullptr;
     for (sqlite3_stmt *&pStmt : pstDb->apUnitStmts) {
         sqlite3_finalize(pStmt);
         pStmt = nullptr;
@@ -168,32 +168,45 @@ bool Ecm_TripFault(EcmDb *pstDb)
     return --pstDb->uiFailCallIn == 0;
 }
 
-sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)
+EcmPlan *Ecm_FindPlan(EcmDb *pstDb, std::string_view svKey)
 {
-    if (pstDb->pLastStmt != nullptr && svKey == pstDb->strLastKey) {
-        return pstDb->pLastStmt;
+    if (pstDb->pstLastPlan != nullptr && svKey == pstDb->strLastKey) {
+        return pstDb->pstLastPlan;
     }
-    auto it = pstDb->mapStmts.find(svKey);
-    if (it != pstDb->mapStmts.end()) {
-        pstDb->strLastKey.assign(svKey);
-        pstDb->pLastStmt = it->second;
-        return it->second;
+    auto it = pstDb->mapPlans.find(svKey);
+    if (it == pstDb->mapPlans.end()) {
+        return nullptr;
     }
-    std::string strSql = pfSql(pCtx);
-    sqlite3_stmt *pStmt = nullptr;
+    pstDb->strLastKey.assign(svKey);
+    pstDb->pstLastPlan = &it->second;
+    return &it->second;
+}
+
+EcmPlan *Ecm_AddPlan(EcmDb *pstDb, std::string_view svKey, const std::string &strSql, EcmPlan &&stPlan)
+{
     uint64_t ulStart = pstDb->bTracing ? Ecm_Now() : 0;
-    int iRc = sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr);
+    int iRc = sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &stPlan.pStmt, nullptr);
     if (pstDb->bTracing) {
         Ecm_TracePrepare(pstDb, Ecm_Now() - ulStart);
     }
     if (iRc != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+        sqlite3_finalize(stPlan.pStmt);
         return nullptr;
     }
-    pstDb->mapStmts.emplace(std::string(svKey), pStmt);
+    EcmPlan *pstPlan = &pstDb->mapPlans.emplace(std::string(svKey), std::move(stPlan)).first->second;
     pstDb->strLastKey.assign(svKey);
-    pstDb->pLastStmt = pStmt;
-    return pStmt;
+    pstDb->pstLastPlan = pstPlan;
+    return pstPlan;
+}
+
+sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)
+{
+    EcmPlan *pstPlan = Ecm_FindPlan(pstDb, svKey);
+    if (pstPlan == nullptr) {
+        pstPlan = Ecm_AddPlan(pstDb, svKey, pfSql(pCtx), EcmPlan{});
+    }
+    return pstPlan != nullptr ? pstPlan->pStmt : nullptr;
 }
 
 /* ---- Values ---- */

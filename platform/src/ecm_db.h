@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "ecm_capi.h"
 #include "ecm_ctl.h"
 #include "kel_order.h"
 
@@ -47,20 +48,41 @@ const EcmSpatialDef *Ecm_SpatialFits(const EcmSpatialShape &stShape);
  * parameters ?1.. of the conditions; the conditions themselves are still to be added. */
 std::string Ecm_SpatialFrom(const EcmSpatialDef *pstDef, const EcmSpatialShape &stShape);
 
+/* A statement with what its shape says about using it, worked out when the shape is first met: a
+ * request of a known shape is neither checked against the schema again nor turned into SQL again. */
+struct EcmPlan {
+    sqlite3_stmt *pStmt = nullptr;
+    const ECM_CTL_TABLE_S *pstTable = nullptr;
+    std::vector<const ECM_CTL_FIELD_S *> vecParams;   /* the field whose value parameter i + 1 takes */
+    std::vector<int32_t> vecFrom;                     /* a write's: the list entry parameter i + 1 takes, -1: 0 */
+    std::vector<const ECM_CTL_FIELD_S *> vecFields;   /* a read's columns; a write's list entries */
+    uint32_t uiLimitParam = 0;                        /* a read's parameter of its record limit, 0: none */
+};
+
+/* Shape keys are short byte strings; FNV-1a spreads them well for a handful of instructions a byte. */
 struct EcmKeyHash {
     using is_transparent = void;
-    size_t operator()(std::string_view sv) const { return std::hash<std::string_view>{}(sv); }
+    size_t operator()(std::string_view sv) const
+    {
+        size_t ulHash = 14695981039346656037ull & SIZE_MAX;
+        for (unsigned char uc : sv) {
+            ulHash = (ulHash ^ uc) * (sizeof(size_t) == 8 ? 1099511628211ull : 16777619u);
+        }
+        return ulHash;
+    }
 };
-using EcmStmtMap = std::unordered_map<std::string, sqlite3_stmt *, EcmKeyHash, std::equal_to<>>;
+using EcmPlanMap = std::unordered_map<std::string, EcmPlan, EcmKeyHash, std::equal_to<>>;
 
-/* One journaled write; byte values live in strBytes, at the offsets of auiOffset. */
+/* One journaled write: its values are entries uiFirstVal.. of the journal's values, its bytes
+ * from uiFirstByte on in the journal's bytes. The journal keeps every write in three flat lists,
+ * so that journaling a write allocates nothing once the lists have grown. */
 struct EcmJournalEntry {
     uint32_t uiOp;
     uint32_t uiTableId;
     uint32_t uiFlag;
-    std::vector<ECM_CTL_VAL_S> vecVals;
-    std::vector<uint32_t> vecOffsets;
-    std::string strBytes;
+    uint32_t uiFirstVal;
+    uint32_t uiValNum;
+    uint32_t uiFirstByte;
 };
 
 struct EcmTrace;
@@ -84,10 +106,13 @@ struct EcmDb {
     uint32_t uiCdbId = 0;
     uint32_t uiFailCallIn = 0;      /* counts down to the call that fails; 0 = disarmed */
     void *pBoundState = nullptr;
-    EcmStmtMap mapStmts;
+    EcmPlanMap mapPlans;            /* statements by shape key */
     std::string strLastKey;         /* the shape asked for last: probes repeat one shape */
-    sqlite3_stmt *pLastStmt = nullptr;
+    EcmPlan *pstLastPlan = nullptr;
     std::vector<EcmJournalEntry> vecJournal;
+    std::vector<ECM_CTL_VAL_S> vecJournalVals;      /* byte values' pointers are set when an entry is read */
+    std::vector<uint32_t> vecJournalOffsets;        /* where each value's bytes start */
+    std::string strJournalBytes;
     std::string strLastError;
     bool bPlainReads = false;       /* reads ignore the spatial indexes (to compare both paths) */
     bool bCallUnits = true;         /* script calls open units (off only to measure what they cost) */
@@ -120,6 +145,10 @@ private:
 
 /* The cached statement of a shape key, prepared from pfSql(pCtx) the first time; null on failure. */
 sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx);
+/* The plan of a shape key, or null when the shape has not been met. */
+EcmPlan *Ecm_FindPlan(EcmDb *pstDb, std::string_view svKey);
+/* Keeps a plan under its shape key with its statement prepared from strSql; null when that fails. */
+EcmPlan *Ecm_AddPlan(EcmDb *pstDb, std::string_view svKey, const std::string &strSql, EcmPlan &&stPlan);
 /* Counts a client call and answers whether it is the one armed to fail. */
 bool Ecm_TripFault(EcmDb *pstDb);
 
@@ -163,6 +192,15 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
 /* Binds a value given as the field's bytes at schema width. */
 int Ecm_BindBytes(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField,
                   const uint8_t *pucValue);
+
+/* ---- Reads of the client (ecm_read.cpp) ---- */
+
+/* The plan of a read ('S' select, 'E' exists, 'C' count) with its conditions bound to its statement,
+ * or the code that refuses the read. */
+uint32_t Ecm_PrepareRead(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_COND_BLOCK_S *pstWhere,
+                         const ECM_SELECT_S *pstSelect, const ECM_SORT_S *pstSort, const EcmPlan **ppstPlan);
+/* Steps a prepared select into the result descriptor, at most uiMaxRec records; resets it. */
+uint32_t Ecm_DeliverRecords(EcmDb *pstDb, const EcmPlan *pstPlan, ECM_RESULT_S *pstResult, uint32_t uiMaxRec);
 
 /* ---- Trace of the client operations (ecm_trace.cpp) ----
  * While an object traces, each client operation is recorded with the statements it ran, their
@@ -208,10 +246,20 @@ struct EcmWriteVal {
 uint32_t Ecm_InsertRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
 uint32_t Ecm_UpdateRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
 uint32_t Ecm_DeleteRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum);
+/* The plan of a client write of kind cKind ('I' insert, 'S' set, 'D' delete) whose checked list of
+ * values is pstVals, kept under the write's shape key; null when its statement cannot be prepared. */
+const EcmPlan *Ecm_PlanWrite(EcmDb *pstDb, char cKind, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals,
+                             uint32_t uiNum, std::string_view svKey);
+/* Binds a planned write's parameters from the list (0 for fields the list leaves out) and runs it;
+ * bMustChange: a key that matches nothing is ECM_ERR_NOTFOUND. */
+uint32_t Ecm_RunWrite(EcmDb *pstDb, const EcmPlan *pstPlan, bool bMustChange, const EcmWriteVal *pstVals);
 /* Hands out uiCount consecutive numbers of the table's counter; the first goes to *puiFirst. */
 uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t uiCount, uint32_t *puiFirst);
 
 void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFlag, const EcmWriteVal *pstVals,
                  uint32_t uiNum);
+uint32_t Ecm_JournalLength(const EcmDb *pstDb);
+/* Takes back the entries from uiKeep on. */
+void Ecm_JournalKeep(EcmDb *pstDb, uint32_t uiKeep);
 
 #endif

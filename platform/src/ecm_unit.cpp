@@ -91,9 +91,7 @@ void RollBack(EcmDb *pstDb)
     } else if (InTransaction(pstDb)) {  /* SQLite may have rolled it back itself on an I/O error */
         (void)RunUnitStmt(pstDb, UNIT_ROLLBACK);
     }
-    if (pstDb->vecJournal.size() > pstDb->uiUnitJournal) {
-        pstDb->vecJournal.resize(pstDb->uiUnitJournal);
-    }
+    Ecm_JournalKeep(pstDb, pstDb->uiUnitJournal);
     Forget(pstDb);
 }
 
@@ -147,7 +145,7 @@ uint32_t OpenCallUnit(EcmDb *pstDb)
     }
     pstDb->pNextInCall = tls_pCallUnits;
     tls_pCallUnits = pstDb;
-    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->uiUnitJournal = Ecm_JournalLength(pstDb);
     if (iRc != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         pstDb->eCallUnit = ECM_UNIT_BUSY;  /* the rest of the call fails at once instead of waiting again */
@@ -271,7 +269,7 @@ uint32_t Ecm_JoinCallWrite(EcmDb *pstDb)
     }
     pstDb->pNextInCall = tls_pCallUnits;
     tls_pCallUnits = pstDb;
-    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->uiUnitJournal = Ecm_JournalLength(pstDb);
     pstDb->eCallUnit = ECM_UNIT_NESTED;
     return ECM_OK;
 }
