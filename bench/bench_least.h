@@ -121,7 +121,8 @@ using LeastWorkFn = uint64_t (*)(LeastWork &, const int64_t *pllArgs);
 namespace least {
 
 /* The user-VLAN QinQ segments of interface ?1 that meet PE [?2, ?3] x CE [?4, ?5], with the values
- * of their base-service records, through the segments' spatial index, in (PE, CE) begin order. */
+ * of their base-service records, through the segments' spatial index (the interface folded into its
+ * coordinates, as ecm_spatial.cpp lays them out), in (PE, CE) begin order. */
 constexpr const char *kUvlanNear =
     "SELECT s.{UVLAN_QINQ_SEG.segIndex}, s.{UVLAN_QINQ_SEG.peBegin}, s.{UVLAN_QINQ_SEG.peEnd}, "
     "s.{UVLAN_QINQ_SEG.ceBegin}, s.{UVLAN_QINQ_SEG.ceEnd}, s.{UVLAN_QINQ_SEG.keyA}, s.{UVLAN_QINQ_SEG.keyB}, "
@@ -129,8 +130,9 @@ constexpr const char *kUvlanNear =
     "FROM {UVLAN_QINQ_SEG}_rt AS r CROSS JOIN {UVLAN_QINQ_SEG} AS s ON s.rowid = r.id "
     "LEFT JOIN {UVLAN_BASE_SVC} AS b ON b.{UVLAN_BASE_SVC.segIndex} = s.{UVLAN_QINQ_SEG.segIndex} "
     "LEFT JOIN {UVLAN_VPN_SVC} AS v ON v.{UVLAN_VPN_SVC.segIndex} = s.{UVLAN_QINQ_SEG.segIndex} "
-    "WHERE r.lo0 <= ?1 - 2147483648 AND r.hi0 >= ?1 - 2147483648 AND r.hi1 >= ?2 - 2147483648 "
-    "AND r.lo1 <= ?3 - 2147483648 AND r.hi2 >= ?4 - 2147483648 AND r.lo2 <= ?5 - 2147483648 "
+    "WHERE r.lo0 <= ((?1 & 32767) << 16) + ?3 - 2147483648 AND r.hi0 >= ((?1 & 32767) << 16) + ?2 - 2147483648 "
+    "AND r.lo1 <= (((?1 >> 15) & 32767) << 16) + ?5 - 2147483648 "
+    "AND r.hi1 >= (((?1 >> 15) & 32767) << 16) + ?4 - 2147483648 "
     "AND s.{UVLAN_QINQ_SEG.ifIndex} = ?1 AND s.{UVLAN_QINQ_SEG.peEnd} >= ?2 AND s.{UVLAN_QINQ_SEG.peBegin} <= ?3 "
     "AND s.{UVLAN_QINQ_SEG.ceEnd} >= ?4 AND s.{UVLAN_QINQ_SEG.ceBegin} <= ?5 "
     "ORDER BY s.{UVLAN_QINQ_SEG.peBegin}, s.{UVLAN_QINQ_SEG.ceBegin}";

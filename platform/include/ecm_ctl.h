@@ -91,7 +91,7 @@ void *ECM_CTL_OpenEx(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint3
 void *ECM_CTL_OpenReadOnly(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
                            size_t ulErrLen);
 /* The schema version that this build writes (PRAGMA user_version of a file). */
-#define ECM_SCHEMA_VERSION 1u
+#define ECM_SCHEMA_VERSION 2u
 /* Unbinds the object from the state it is bound to, closes the storage and destroys the
  * memory handle (live blocks stay valid for the leak report). Null does nothing. */
 void ECM_CTL_Close(void *pObj);

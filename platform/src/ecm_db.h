@@ -22,13 +22,15 @@ struct EcmIndexDef {
 };
 const EcmIndexDef *Ecm_IndexAt(uint32_t uiIndex);
 
-/* A spatial index of a table: per dimension the field of its low and of its high end, the same field
- * twice for a single value. Lives in the companion table <table>_rt. */
+/* A spatial index of a table of rectangles (ecm_spatial.cpp): the key whose rectangles a read asks for
+ * (a u32 field), and per range the field of its low and of its high end (fields of at most 16 bits).
+ * Lives in the companion table <table>_rt. */
+#define ECM_SPATIAL_RANGES 2
 struct EcmSpatialDef {
     uint32_t uiTableId;
-    uint8_t aucLow[3];
-    uint8_t aucHigh[3];
-    uint8_t ucDims;
+    uint8_t ucKey;
+    uint8_t aucLow[ECM_SPATIAL_RANGES];
+    uint8_t aucHigh[ECM_SPATIAL_RANGES];
 };
 const EcmSpatialDef *Ecm_SpatialAt(uint32_t uiIndex);
 const EcmSpatialDef *Ecm_SpatialOf(uint32_t uiTableId);
@@ -42,10 +44,14 @@ struct EcmSpatialShape {
 };
 /* The companion table, its triggers, and its filling from rows stored before it existed. */
 std::string Ecm_SpatialSchemaSql(const EcmSpatialDef *pstDef);
-/* The table's spatial index when the conditions bound a pair by low <= ? and high >= ?; else null. */
+/* Drops the companion table and its triggers, whichever form they were made in. */
+std::string Ecm_SpatialDropSql(const EcmSpatialDef *pstDef);
+/* The table's spatial index when the conditions hold its key equal and bound a range by low <= ? and
+ * high >= ?; else null. */
 const EcmSpatialDef *Ecm_SpatialFits(const EcmSpatialShape &stShape);
 /* " FROM <boxes> CROSS JOIN <table> ... WHERE 1 AND <box constraints>", the constraints reusing the
- * parameters ?1.. of the conditions; the conditions themselves are still to be added. */
+ * parameters ?1.. of the conditions (the key's among them); the conditions themselves are still to be
+ * added. */
 std::string Ecm_SpatialFrom(const EcmSpatialDef *pstDef, const EcmSpatialShape &stShape);
 
 /* A statement with what its shape says about using it, worked out when the shape is first met: a
