@@ -6,9 +6,9 @@
 
 namespace least {
 
-/* One entry of a page, in the order of its walk: interface, then two keys, then the rest. */
+/* One entry of a page, in the order of its walk: interface, then two keys, then two more values. */
 struct WalkEntry {
-    int64_t llIf, llKey1, llKey2, llRest;
+    int64_t llIf, llKey1, llKey2, llRest, llRest2;
     bool operator<(const WalkEntry &o) const
     {
         return llIf != o.llIf ? llIf < o.llIf : llKey1 != o.llKey1 ? llKey1 < o.llKey1 : llKey2 < o.llKey2;
@@ -32,10 +32,13 @@ inline uint64_t PageSum(const std::vector<WalkEntry> &vecPage)
 {
     uint64_t ulSum = 0;
     for (const WalkEntry &e : vecPage) {
-        ulSum += static_cast<uint64_t>(e.llIf + e.llKey1 + e.llKey2 + e.llRest);
+        ulSum += static_cast<uint64_t>(e.llIf + e.llKey1 + e.llKey2 + e.llRest + e.llRest2);
     }
     return ulSum;
 }
+
+/* The page the last walk floor made, for building it as the script gets it. */
+inline std::vector<WalkEntry> g_vecLastPage;
 
 }  // namespace least
 
@@ -53,7 +56,7 @@ inline uint64_t LeastQinqWalk(LeastWork &w, const int64_t *a)
                                   "WHERE i.{IF_INFO.vrId} = ?2 AND i.{IF_INFO.kind} = 1 AND i.{IF_INFO.ifIndex} >= ?1 "
                                   "ORDER BY i.{IF_INFO.ifIndex}", a[0], a[3]);
     size_t ulWant = static_cast<size_t>(a[4]);
-    least::WalkEntry stPos{a[0], a[1], a[2], 0};
+    least::WalkEntry stPos{a[0], a[1], a[2], 0, 0};
     std::vector<least::WalkEntry> vecPage, vecIf;
     while (vecPage.size() < ulWant && sqlite3_step(pStmt) == SQLITE_ROW) {
         int64_t llIf = Col(pStmt, 0);
@@ -61,14 +64,14 @@ inline uint64_t LeastQinqWalk(LeastWork &w, const int64_t *a)
             least::AddInterface(vecIf, stPos, ulWant, &vecPage);
         }
         int64_t llCe = Col(pStmt, 3);
-        int64_t llRest = Col(pStmt, 4) + Col(pStmt, 5);
         for (int64_t pe = Col(pStmt, 1); pe <= Col(pStmt, 2); pe++) {
-            vecIf.push_back({llIf, pe, llCe, llRest});
+            vecIf.push_back({llIf, pe, llCe, Col(pStmt, 4), Col(pStmt, 5)});
         }
     }
     least::AddInterface(vecIf, stPos, ulWant, &vecPage);
     LeastWork::Done(pStmt);
-    return least::PageSum(vecPage);
+    least::g_vecLastPage.swap(vecPage);
+    return least::PageSum(least::g_vecLastPage);
 }
 
 /* A page of the user-VLAN walk (802.1Q and QinQ entries) after (interface ?1, PE ?2, CE ?3) in VR
@@ -87,7 +90,7 @@ inline uint64_t LeastUvlanWalk(LeastWork &w, const int64_t *a)
                                   "AND i.{IF_INFO.kind} = 11 AND i.{IF_INFO.ifIndex} >= ?1 ORDER BY i.{IF_INFO.ifIndex}",
                                   a[0], a[3]);
     size_t ulWant = static_cast<size_t>(a[4]);
-    least::WalkEntry stPos{a[0], a[2], a[1], 0};     /* by CE, then PE */
+    least::WalkEntry stPos{a[0], a[2], a[1], 0, 0};  /* by CE, then PE */
     std::vector<least::WalkEntry> vecPage, vecIf;
     bool bDot1q = sqlite3_step(pDot1q) == SQLITE_ROW;
     bool bQinq = sqlite3_step(pQinq) == SQLITE_ROW;
@@ -97,13 +100,13 @@ inline uint64_t LeastUvlanWalk(LeastWork &w, const int64_t *a)
         int64_t llIf = std::min(llD, llQ);
         for (; bDot1q && Col(pDot1q, 0) == llIf; bDot1q = sqlite3_step(pDot1q) == SQLITE_ROW) {
             for (int64_t ce = Col(pDot1q, 1); ce <= Col(pDot1q, 2); ce++) {
-                vecIf.push_back({llIf, ce, 0, 0});
+                vecIf.push_back({llIf, ce, 0, 0, 0});
             }
         }
         for (; bQinq && Col(pQinq, 0) == llIf; bQinq = sqlite3_step(pQinq) == SQLITE_ROW) {
             for (int64_t pe = Col(pQinq, 1); pe <= Col(pQinq, 2); pe++) {
                 for (int64_t ce = Col(pQinq, 3); ce <= Col(pQinq, 4); ce++) {
-                    vecIf.push_back({llIf, ce, pe, 0});
+                    vecIf.push_back({llIf, ce, pe, 0, 0});
                 }
             }
         }
@@ -111,7 +114,8 @@ inline uint64_t LeastUvlanWalk(LeastWork &w, const int64_t *a)
     }
     LeastWork::Done(pDot1q);
     LeastWork::Done(pQinq);
-    return least::PageSum(vecPage);
+    least::g_vecLastPage.swap(vecPage);
+    return least::PageSum(least::g_vecLastPage);
 }
 
 /* The main interface of sub-interface ?1. */

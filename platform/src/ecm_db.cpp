@@ -170,14 +170,14 @@ bool Ecm_TripFault(EcmDb *pstDb)
 
 EcmPlan *Ecm_FindPlan(EcmDb *pstDb, std::string_view svKey)
 {
-    if (pstDb->pstLastPlan != nullptr && svKey == pstDb->strLastKey) {
+    if (pstDb->pstLastPlan != nullptr && svKey == pstDb->svLastKey) {
         return pstDb->pstLastPlan;
     }
     auto it = pstDb->mapPlans.find(svKey);
     if (it == pstDb->mapPlans.end()) {
         return nullptr;
     }
-    pstDb->strLastKey.assign(svKey);
+    pstDb->svLastKey = it->first;
     pstDb->pstLastPlan = &it->second;
     return &it->second;
 }
@@ -194,10 +194,10 @@ EcmPlan *Ecm_AddPlan(EcmDb *pstDb, std::string_view svKey, const std::string &st
         sqlite3_finalize(stPlan.pStmt);
         return nullptr;
     }
-    EcmPlan *pstPlan = &pstDb->mapPlans.emplace(std::string(svKey), std::move(stPlan)).first->second;
-    pstDb->strLastKey.assign(svKey);
-    pstDb->pstLastPlan = pstPlan;
-    return pstPlan;
+    auto it = pstDb->mapPlans.emplace(std::string(svKey), std::move(stPlan)).first;
+    pstDb->svLastKey = it->first;
+    pstDb->pstLastPlan = &it->second;
+    return &it->second;
 }
 
 sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)

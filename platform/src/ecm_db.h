@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <string>
 #include <string_view>
@@ -65,16 +66,23 @@ struct EcmPlan {
     uint32_t uiLimitParam = 0;                        /* a read's parameter of its record limit, 0: none */
 };
 
-/* Shape keys are short byte strings; FNV-1a spreads them well for a handful of instructions a byte. */
+/* Shape keys are byte strings of a few dozen bytes: hashed eight bytes at a time. */
 struct EcmKeyHash {
     using is_transparent = void;
     size_t operator()(std::string_view sv) const
     {
-        size_t ulHash = 14695981039346656037ull & SIZE_MAX;
-        for (unsigned char uc : sv) {
-            ulHash = (ulHash ^ uc) * (sizeof(size_t) == 8 ? 1099511628211ull : 16777619u);
+        uint64_t ullHash = sv.size() * 0x9E3779B97F4A7C15ull;
+        size_t i = 0;
+        for (; i + 8 <= sv.size(); i += 8) {
+            uint64_t ullWord;
+            memcpy(&ullWord, sv.data() + i, 8);
+            ullHash = (ullHash ^ ullWord) * 0xFF51AFD7ED558CCDull;
+            ullHash ^= ullHash >> 29;
         }
-        return ulHash;
+        for (; i < sv.size(); i++) {
+            ullHash = (ullHash ^ static_cast<unsigned char>(sv[i])) * 0x100000001B3ull;
+        }
+        return static_cast<size_t>(ullHash ^ (ullHash >> 32));
     }
 };
 using EcmPlanMap = std::unordered_map<std::string, EcmPlan, EcmKeyHash, std::equal_to<>>;
@@ -113,7 +121,7 @@ struct EcmDb {
     uint32_t uiFailCallIn = 0;      /* counts down to the call that fails; 0 = disarmed */
     void *pBoundState = nullptr;
     EcmPlanMap mapPlans;            /* statements by shape key */
-    std::string strLastKey;         /* the shape asked for last: probes repeat one shape */
+    std::string_view svLastKey;     /* the shape asked for last (its key in mapPlans): probes repeat one */
     EcmPlan *pstLastPlan = nullptr;
     std::vector<EcmJournalEntry> vecJournal;
     std::vector<ECM_CTL_VAL_S> vecJournalVals;      /* byte values' pointers are set when an entry is read */
