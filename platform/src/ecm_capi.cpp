@@ -144,22 +144,28 @@ std::string_view WriteKey(WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVA
     return std::string_view(pcKey, static_cast<size_t>(pcAt - pcKey));
 }
 
-/* The plan of a write with its list of values; a shape met before needs only its values present. */
-uint32_t PlanWrite(EcmDb *pstDb, WriteKind eKind, const ECM_CTL_TABLE_S *pstTable, const ECM_FIELDVAL_S *pstFields,
-                   uint32_t uiNum, EcmWriteVal *pstVals, const EcmPlan **ppstPlan)
+/* The values of a write of a planned shape, which needs only its values present. */
+uint32_t PlannedValues(const EcmPlan *pstPlan, const ECM_FIELDVAL_S *pstFields, uint32_t uiNum, EcmWriteVal *pstVals)
 {
-    char acKey[WRITE_KEY_MAX];
-    std::string_view svKey = WriteKey(eKind, pstTable->uiTableId, pstFields, uiNum, acKey);
-    const EcmPlan *pstPlan = svKey.empty() ? nullptr : Ecm_FindPlan(pstDb, svKey);
-    if (pstPlan != nullptr) {
-        for (uint32_t i = 0; i < uiNum; i++) {
-            if (pstFields[i].pvValue == nullptr) {
-                return ECM_ERR_PARAM;
-            }
-            pstVals[i] = {pstPlan->vecFields[i], static_cast<const uint8_t *>(pstFields[i].pvValue)};
+    for (uint32_t i = 0; i < uiNum; i++) {
+        if (pstFields[i].pvValue == nullptr) {
+            return ECM_ERR_PARAM;
         }
-        *ppstPlan = pstPlan;
-        return ECM_OK;
+        pstVals[i] = {pstPlan->vecFields[i], static_cast<const uint8_t *>(pstFields[i].pvValue)};
+    }
+    return ECM_OK;
+}
+
+/* A write of a shape not met before: its table and list checked against the schema, then planned. */
+uint32_t PlanNewWrite(EcmDb *pstDb, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields,
+                      uint32_t uiNum, std::string_view svKey, EcmWriteVal *pstVals, const EcmPlan **ppstPlan)
+{
+    const ECM_CTL_TABLE_S *pstTable = ECM_CTL_FindTable(uiTableId);
+    if (pstTable == nullptr) {
+        return ECM_ERR_TABLE;
+    }
+    if (eKind != WRITE_INSERT && pstTable->uiKeyNum == 0) {
+        return ECM_ERR_KEY;  /* a table the module only reads has no record identity */
     }
     bool bNeedKey = pstTable->uiKeyNum != 0;  /* an insert into an unkeyed table names no key */
     uint32_t uiRet = CheckWriteList(pstTable, pstFields, uiNum, bNeedKey, eKind == WRITE_DELETE, pstVals);
@@ -173,17 +179,16 @@ uint32_t PlanWrite(EcmDb *pstDb, WriteKind eKind, const ECM_CTL_TABLE_S *pstTabl
 uint32_t CheckedWrite(EcmDb *pstDb, WriteKind eKind, uint32_t uiTableId, const ECM_FIELDVAL_S *pstFields,
                       uint32_t uiNum, uint32_t uiFlag)
 {
-    const ECM_CTL_TABLE_S *pstTable = nullptr;
-    uint32_t uiEnter = EnterTableCall(pstDb, uiTableId, &pstTable);
-    if (uiEnter != ECM_OK) {
-        return uiEnter;
+    uint32_t uiRet = EnterCall(pstDb);
+    if (uiRet != ECM_OK) {
+        return uiRet;
     }
-    if (eKind != WRITE_INSERT && pstTable->uiKeyNum == 0) {
-        return ECM_ERR_KEY;  /* a table the module only reads has no record identity */
-    }
+    char acKey[WRITE_KEY_MAX];
+    std::string_view svKey = WriteKey(eKind, uiTableId, pstFields, uiNum, acKey);
+    const EcmPlan *pstPlan = svKey.empty() ? nullptr : Ecm_FindPlan(pstDb, svKey);
     EcmWriteVal astVals[ECM_SELECT_MAX];
-    const EcmPlan *pstPlan = nullptr;
-    uint32_t uiRet = PlanWrite(pstDb, eKind, pstTable, pstFields, uiNum, astVals, &pstPlan);
+    uiRet = pstPlan != nullptr ? PlannedValues(pstPlan, pstFields, uiNum, astVals)
+                               : PlanNewWrite(pstDb, eKind, uiTableId, pstFields, uiNum, svKey, astVals, &pstPlan);
     if (uiRet == ECM_OK) {
         uiRet = Ecm_JoinCallWrite(pstDb);
     }

@@ -215,7 +215,7 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
                      uint32_t uiWidth)
 {
     uint32_t uiLen = 0;
-    if (!ECM_CTL_IsByteType(pstField->ucType)) {
+    if (!Ecm_IsBytes(pstField)) {
         uiLen = uiWidth < sizeof(uint64_t) ? uiWidth : sizeof(uint64_t);
         KEL_PutNum(pucDst, uiLen, static_cast<uint64_t>(sqlite3_column_int64(pStmt, iCol)));
     } else {
@@ -232,7 +232,7 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
 int Ecm_BindBytes(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField,
                   const uint8_t *pucValue)
 {
-    if (!ECM_CTL_IsByteType(pstField->ucType)) {
+    if (!Ecm_IsBytes(pstField)) {
         return Ecm_BindInt(pstDb, pStmt, iParam, static_cast<int64_t>(KEL_GetNum(pucValue, pstField->usWidth)));
     }
     if (pstDb->bTracing) {

@@ -199,6 +199,12 @@ bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
  * A value travels as the field's bytes: text and bitmaps as stored, integers in the machine's order
  * (kel_order.h), as the records of the client operations hold them. */
 
+/* ECM_CTL_IsByteType where every value of every request asks it. */
+inline bool Ecm_IsBytes(const ECM_CTL_FIELD_S *pstField)
+{
+    return pstField->ucType == ECM_TYPE_TEXT || pstField->ucType == ECM_TYPE_BITMAP;
+}
+
 /* Writes column iCol of the current row into uiWidth bytes at pucDst: an integer as a number of
  * that width (of at most 8 bytes, zeros after), bytes cut or zero-padded. */
 void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstField, uint8_t *pucDst,

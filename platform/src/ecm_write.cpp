@@ -354,7 +354,7 @@ void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFla
         const ECM_CTL_FIELD_S *pstField = pstVals[i].pstField;
         ECM_CTL_VAL_S stVal{pstField->ucFieldNo, 0, 0, nullptr};
         uint32_t uiOffset = static_cast<uint32_t>(pstDb->strJournalBytes.size());
-        if (!ECM_CTL_IsByteType(pstField->ucType)) {
+        if (!Ecm_IsBytes(pstField)) {
             stVal.ulNum = KEL_GetNum(pstVals[i].pucValue, pstField->usWidth);
         } else {
             const char *pcBytes = reinterpret_cast<const char *>(pstVals[i].pucValue);
