@@ -3,7 +3,7 @@
  * - the replay floor: the statements the call's trace recorded, run directly on the sqlite3 C API
  *   (bench_replay.h): what the module's choice of operations costs at least;
  * - the least-work floor: the least SQLite work, written by hand, that leaves the same rows and
- *   gives the same answer (bench_least.h): what the document's choice of operations costs.
+ *   gives the same answer (bench_least.h): what keeping to the prescribed client operations costs.
  * Before timing, each floor is checked once: after it the database holds what it held after the
  * module's call (every table, byte for byte), and the least-work floor answers what the call did.
  * Prints per case the median times, both ratios (goals: module / replay <= 1.3 everywhere, the
