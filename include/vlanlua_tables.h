@@ -260,6 +260,26 @@ constexpr uint16_t FieldWidth(uint32_t uiTableId, uint8_t ucFieldNo)
     const FieldEntry *pstEntry = FindField(uiTableId, ucFieldNo);
     return pstEntry != nullptr ? pstEntry->usWidth : 0;
 }
+
+/* The fields of one table by field number, made when compiling, for code that names a field of a
+ * known table at run time: an entry of width 0 is a field the table does not have. */
+template <uint32_t TableId>
+struct FieldsByNo {
+    static constexpr auto Make()
+    {
+        struct ByNo {
+            FieldEntry astEntry[256];
+        } stByNo{};
+        for (const FieldEntry &stEntry : kFieldEntries) {
+            if (stEntry.uiTableId == TableId) {
+                stByNo.astEntry[stEntry.ucFieldNo] = stEntry;
+            }
+        }
+        return stByNo;
+    }
+    static constexpr auto kByNo = Make();
+    static constexpr const FieldEntry &Of(uint8_t ucFieldNo) { return kByNo.astEntry[ucFieldNo]; }
+};
 }  // namespace VlanLuaTbl
 #endif
 

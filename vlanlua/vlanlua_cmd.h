@@ -38,15 +38,19 @@ struct CmdScript {
     char **ppcArgv;
     int iScriptAt;          /* position of the script in ppcArgv */
     CmdUnitMode eMode;
+    bool bTrace;            /* record each call's database work and print it after the script */
 };
 
 /* A fresh engine state holding the compiled script, before any database is opened; null after
  * reporting why the script cannot be loaded. */
 void *Cmd_LoadScript(const CmdScript &stScript);
 /* Runs the loaded script bound to pObj, keeping its writes as eMode says (with bJson, a dry run's
- * writes as one JSON document), and closes the state. Returns the exit status: the script's own
- * when it ends with os.exit. */
+ * writes and the trace as one JSON document), and closes the state. Returns the exit status: the
+ * script's own when it ends with os.exit. */
 int Cmd_RunScript(void *pState, void *pObj, const CmdScript &stScript, bool bJson);
+
+/* The calls the object's trace recorded, one line per operation and per statement (vlanlua_trace.cpp). */
+void Cmd_PrintTrace(void *pObj);
 
 /* Makes require find the modules installed beside the command before the engine's own path. */
 void Cmd_SetModulePath(void *pState);

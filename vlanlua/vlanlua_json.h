@@ -26,6 +26,8 @@ CmdJson Cmd_JsonKey(const CmdRow &stRow);
 CmdJson Cmd_JsonRow(const CmdRow &stRow);
 /* A journaled write: op, table and the fields it wrote, in the call's order. */
 CmdJson Cmd_JsonWrite(const ECM_CTL_JOURNAL_S &stEntry);
+/* The calls the object's trace recorded: call name, time, and each operation with its statements. */
+CmdJson Cmd_JsonTrace(void *pObj);
 /* The document on standard output, indented; bytes that are not UTF-8 become U+FFFD. */
 void Cmd_PrintJson(const CmdJson &stDoc);
 

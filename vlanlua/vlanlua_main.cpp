@@ -14,7 +14,7 @@
 namespace {
 
 const char *const USAGE =
-    "usage: vlanlua --db FILE [--vr N] [--lr N] [--busy-timeout MS] [--dry-run [--json] | --each-call] SCRIPT [ARGS...]\n"
+    "usage: vlanlua --db FILE [--vr N] [--lr N] [--busy-timeout MS] [--dry-run | --each-call] [--trace] [--json] SCRIPT [ARGS...]\n"
     "       vlanlua --db FILE --show [IFINDEX] [--svg OUT] [--html OUT] [--json]\n"
     "       vlanlua --db FILE --check [--strict] [--json]\n"
     "       vlanlua --db FILE --diff OTHER [--json]\n"
@@ -26,6 +26,8 @@ const char *const USAGE =
     "  --busy-timeout MS  longest wait for the database while another process writes it (default 5000)\n"
     "  --dry-run          run the script, roll all of it back, print the writes it made\n"
     "  --each-call        keep each call's writes when it returns, not the script's at its end\n"
+    "  --trace            after the script, print each call's database work: every operation with the\n"
+    "                     SQL statements it ran, their values, rows and time inside SQLite\n"
     "  --show [IFINDEX]   print the interface's VLAN configuration by kind; without IFINDEX,\n"
     "                     one line per interface with its rows per kind\n"
     "  --svg OUT          with --show IFINDEX: draw its rectangles into OUT\n"
@@ -34,7 +36,7 @@ const char *const USAGE =
     "                     warn where a get-next walk would stop at an empty page too early\n"
     "  --strict           with --check: warnings fail the check too\n"
     "  --diff OTHER       list the rows that differ between FILE and OTHER, per interface and kind\n"
-    "  --json             with --show, --check, --diff or --dry-run: one JSON document instead of text\n"
+    "  --json             with --show, --check, --diff, --dry-run or --trace: one JSON document instead of text\n"
     "  --help             print this text\n"
     "  --version          print the versions of the command, module, engine, SQLite and schema\n"
     "\n"
@@ -52,6 +54,7 @@ struct CmdOpts {
     uint32_t uiBusyMs = ECM_BUSY_TIMEOUT_DEFAULT;
     bool bDryRun = false;
     bool bEachCall = false;
+    bool bTrace = false;
     bool bShow = false;
     const char *pcIfIndex = nullptr;    /* --show's interface; null: every interface */
     uint32_t uiIfIndex = 0;
@@ -94,7 +97,7 @@ int StoreNumber(const char *pcValue, uint32_t *puiValue)
 }
 
 enum OptId {
-    OPT_DB = 1, OPT_VR, OPT_LR, OPT_BUSY, OPT_DRY, OPT_EACH, OPT_SHOW, OPT_SVG, OPT_HTML, OPT_CHECK, OPT_STRICT, OPT_DIFF,
+    OPT_DB = 1, OPT_VR, OPT_LR, OPT_BUSY, OPT_DRY, OPT_EACH, OPT_TRACE, OPT_SHOW, OPT_SVG, OPT_HTML, OPT_CHECK, OPT_STRICT, OPT_DIFF,
     OPT_JSON, OPT_VERSION
 };
 
@@ -105,6 +108,7 @@ const struct option LONG_OPTS[] = {
     {"busy-timeout", required_argument, nullptr, OPT_BUSY},
     {"dry-run", no_argument, nullptr, OPT_DRY},
     {"each-call", no_argument, nullptr, OPT_EACH},
+    {"trace", no_argument, nullptr, OPT_TRACE},
     {"show", optional_argument, nullptr, OPT_SHOW},
     {"svg", required_argument, nullptr, OPT_SVG},
     {"html", required_argument, nullptr, OPT_HTML},
@@ -139,6 +143,7 @@ int StoreOption(int iOpt, int iArgc, char **ppcArgv, CmdOpts *pstOpts)
         case OPT_BUSY: return StoreNumber(optarg, &pstOpts->uiBusyMs);
         case OPT_DRY: pstOpts->bDryRun = true; return 0;
         case OPT_EACH: pstOpts->bEachCall = true; return 0;
+        case OPT_TRACE: pstOpts->bTrace = true; return 0;
         case OPT_SHOW: return StoreShow(iArgc, ppcArgv, pstOpts);
         case OPT_SVG: pstOpts->pcSvg = optarg; return 0;
         case OPT_HTML: pstOpts->pcHtml = optarg; return 0;
@@ -194,6 +199,9 @@ const char *CombinationError(const CmdOpts &stOpts)
     if (Inspects(stOpts) && (stOpts.bDryRun || stOpts.bEachCall)) {
         return "--dry-run and --each-call go with a script, not with --show, --check or --diff";
     }
+    if (Inspects(stOpts) && stOpts.bTrace) {
+        return "--trace goes with a script, not with --show, --check or --diff";
+    }
     if (stOpts.bDryRun && stOpts.bEachCall) {
         return "--dry-run keeps nothing, so it does not go with --each-call";
     }
@@ -203,8 +211,8 @@ const char *CombinationError(const CmdOpts &stOpts)
     if (stOpts.bStrict && !stOpts.bCheck) {
         return "--strict goes with --check";
     }
-    if (stOpts.bJson && !Inspects(stOpts) && !stOpts.bDryRun) {
-        return "--json goes with --show, --check, --diff or --dry-run";
+    if (stOpts.bJson && !Inspects(stOpts) && !stOpts.bDryRun && !stOpts.bTrace) {
+        return "--json goes with --show, --check, --diff, --dry-run or --trace";
     }
     if (!Inspects(stOpts) && stOpts.iScriptAt == 0) {
         return "no script given";
@@ -240,7 +248,7 @@ int Inspect(const CmdOpts &stOpts)
 int RunScript(const CmdOpts &stOpts, int iArgc, char **ppcArgv)
 {
     CmdUnitMode eMode = stOpts.bDryRun ? CMD_DRY_RUN : stOpts.bEachCall ? CMD_EACH_CALL : CMD_WHOLE_SCRIPT;
-    CmdScript stScript{ppcArgv[stOpts.iScriptAt], iArgc, ppcArgv, stOpts.iScriptAt, eMode};
+    CmdScript stScript{ppcArgv[stOpts.iScriptAt], iArgc, ppcArgv, stOpts.iScriptAt, eMode, stOpts.bTrace};
     void *pState = Cmd_LoadScript(stScript);
     if (pState == nullptr) {
         return CMD_EXIT_FAIL;

@@ -9,8 +9,9 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <lua.hpp>     /* the engine's headers with C linkage, whichever engine it is */
 #include <string>
+
+#include "sysdt_lua.h"  /* the engine's headers with C linkage, whichever engine it is */
 
 #include "vlanlua_cmd.h"
 #include "vlanlua_json.h"
@@ -135,14 +136,16 @@ bool RunChunk(lua_State *L, const CmdScript &stScript)
     return iRet == 0 && !g_stEnd.bExited && g_iSignal == 0;
 }
 
-/* The writes a dry run made: the journal entries from uiFirst on, one line each or one JSON
- * document. */
-void PrintWrites(void *pObj, uint32_t uiFirst, bool bJson, int iStatus)
+/* What the command prints after the script: a dry run's writes (the journal entries from uiFirst
+ * on) when bWrites, the trace of its calls when bTrace; as text, or as one JSON document. */
+void PrintReport(void *pObj, uint32_t uiFirst, bool bWrites, bool bTrace, bool bJson, int iStatus)
 {
-    CmdJson stDoc = Cmd_JsonDocument("dry-run");
+    CmdJson stDoc = Cmd_JsonDocument(bWrites ? "dry-run" : "trace");
     stDoc["status"] = iStatus;
-    stDoc["writes"] = CmdJson::array();
-    uint32_t uiNum = ECM_CTL_JournalCount(pObj);
+    if (bWrites) {
+        stDoc["writes"] = CmdJson::array();
+    }
+    uint32_t uiNum = bWrites ? ECM_CTL_JournalCount(pObj) : 0;
     for (uint32_t i = uiFirst; i < uiNum; i++) {
         ECM_CTL_JOURNAL_S stEntry;
         if (ECM_CTL_JournalGet(pObj, i, &stEntry) != 0) {
@@ -153,10 +156,41 @@ void PrintWrites(void *pObj, uint32_t uiFirst, bool bJson, int iStatus)
             fputs((Cmd_WriteLine(stEntry) + "\n").c_str(), stdout);
         }
     }
-    if (bJson) {
+    if (bTrace && bJson) {
+        stDoc["trace"] = Cmd_JsonTrace(pObj);
+    } else if (bTrace) {
+        Cmd_PrintTrace(pObj);
+    }
+    if (bJson && (bWrites || bTrace)) {
         Cmd_PrintJson(stDoc);
     }
 }
+
+/* While it lives, what the script prints goes to standard error, so that standard output holds
+ * the JSON document alone. */
+class ScriptOutputAside {
+public:
+    explicit ScriptOutputAside(bool bAside) : m_iSaved(bAside ? dup(STDOUT_FILENO) : -1)
+    {
+        if (m_iSaved >= 0) {
+            fflush(stdout);
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+        }
+    }
+    ~ScriptOutputAside()
+    {
+        fflush(stdout);     /* the script's own output comes before the report */
+        if (m_iSaved >= 0) {
+            dup2(m_iSaved, STDOUT_FILENO);
+            close(m_iSaved);
+        }
+    }
+    ScriptOutputAside(const ScriptOutputAside &) = delete;
+    ScriptOutputAside &operator=(const ScriptOutputAside &) = delete;
+
+private:
+    int m_iSaved;
+};
 
 /* The exit status of a script that ran to its end (bRan), called os.exit, raised or was stopped. */
 int ScriptStatus(bool bRan)
@@ -173,9 +207,15 @@ const char *SignalName()
 }
 
 /* Each call keeps its own writes; a script that raises keeps those of the calls before. */
-int RunEachCall(lua_State *L, const CmdScript &stScript)
+int RunEachCall(lua_State *L, void *pObj, const CmdScript &stScript, bool bJson)
 {
-    int iStatus = ScriptStatus(RunChunk(L, stScript));
+    bool bRan = false;
+    {
+        ScriptOutputAside stAside(bJson);
+        bRan = RunChunk(L, stScript);
+    }
+    int iStatus = ScriptStatus(bRan);
+    PrintReport(pObj, 0, false, stScript.bTrace, bJson, iStatus);
     if (g_iSignal != 0) {
         fprintf(stderr, "vlanlua: stopped by %s; the calls made before keep their changes\n", SignalName());
     } else if (iStatus != 0 && !g_stEnd.bExited) {
@@ -198,7 +238,8 @@ void ReportNotKept(bool bDry, int iStatus)
 
 /* The script inside one outer unit of work: committed when it ends or exits with status 0, rolled
  * back when it raises, exits otherwise, is stopped, or is a dry run. A call inside joins the unit,
- * so a raise undoes the calls before it too. A dry run lists its writes unless it raised. */
+ * so a raise undoes the calls before it too. A dry run lists its writes unless it raised; the trace
+ * is printed however the script ended. */
 int RunInUnit(lua_State *L, void *pObj, const CmdScript &stScript, bool bJson)
 {
     uint32_t uiFirst = ECM_CTL_JournalCount(pObj);
@@ -210,21 +251,14 @@ int RunInUnit(lua_State *L, void *pObj, const CmdScript &stScript, bool bJson)
         return CMD_EXIT_FAIL;
     }
     bool bDry = stScript.eMode == CMD_DRY_RUN;
-    int iSavedOut = bJson ? dup(STDOUT_FILENO) : -1;    /* the script's own output goes to stderr */
-    if (iSavedOut >= 0) {
-        fflush(stdout);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-    }
-    bool bRan = RunChunk(L, stScript);
-    fflush(stdout);     /* the script's own output comes before the list of writes */
-    if (iSavedOut >= 0) {
-        dup2(iSavedOut, STDOUT_FILENO);
-        close(iSavedOut);
+    bool bRan = false;
+    {
+        ScriptOutputAside stAside(bJson);
+        bRan = RunChunk(L, stScript);
     }
     int iStatus = ScriptStatus(bRan);
-    if (bDry && g_iSignal == 0 && (bRan || g_stEnd.bExited)) {
-        PrintWrites(pObj, uiFirst, bJson, iStatus);
-    }
+    bool bWrites = bDry && g_iSignal == 0 && (bRan || g_stEnd.bExited);
+    PrintReport(pObj, uiFirst, bWrites, stScript.bTrace, bJson, iStatus);
     bool bCommit = !bDry && iStatus == 0;
     if (ECM_CTL_UnitEnd(pObj, bCommit ? 1 : 0) != ECM_OK) {
         fprintf(stderr, "vlanlua: cannot %s the script's writes: %s\n", bCommit ? "commit" : "roll back",
@@ -288,7 +322,11 @@ int Cmd_RunScript(void *pState, void *pObj, const CmdScript &stScript, bool bJso
     lua_setfield(L, -2, "exit");
     lua_pop(L, 1);
     ECM_CTL_Bind(L, pObj);
-    int iRet = stScript.eMode == CMD_EACH_CALL ? RunEachCall(L, stScript) : RunInUnit(L, pObj, stScript, bJson);
+    if (stScript.bTrace) {
+        ECM_CTL_Trace(pObj, 1, SysdtLua_CallName);
+    }
+    int iRet = stScript.eMode == CMD_EACH_CALL ? RunEachCall(L, pObj, stScript, bJson)
+                                               : RunInUnit(L, pObj, stScript, bJson);
     ECM_CTL_Unbind(L);
     lua_close(L);
     return iRet;

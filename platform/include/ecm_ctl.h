@@ -91,7 +91,7 @@ void *ECM_CTL_OpenEx(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint3
 void *ECM_CTL_OpenReadOnly(const char *pcPath, uint32_t uiLrId, uint32_t uiVrId, uint32_t uiCdbId, char *pcErr,
                            size_t ulErrLen);
 /* The schema version that this build writes (PRAGMA user_version of a file). */
-#define ECM_SCHEMA_VERSION 1u
+#define ECM_SCHEMA_VERSION 2u
 /* Unbinds the object from the state it is bound to, closes the storage and destroys the
  * memory handle (live blocks stay valid for the leak report). Null does nothing. */
 void ECM_CTL_Close(void *pObj);
@@ -185,6 +185,81 @@ uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOURNAL_S *pst
 void ECM_CTL_JournalClear(void *pObj);
 /* Drops the entries from uiKeep on (writes rolled back with their unit); the first uiKeep stay. */
 void ECM_CTL_JournalTruncate(void *pObj, uint32_t uiKeep);
+
+/* ---- Trace: what each script call asked of the database ----
+ * While an object traces, every client operation made on it is recorded, grouped by the script
+ * call that made it (consecutive operations made outside script calls form a group of their own,
+ * with an empty name): the kind of operation, its table, its result, the SQL statements the
+ * object ran for it with the values bound to ?1, ?2, ..., the rows each statement returned (a read)
+ * or changed (a write, not counting what triggers changed), and the time spent inside SQLite
+ * stepping it (preparing a statement the first time it is used is charged to the operation). The
+ * statements that begin a call's unit of work are part of its first operation; the one that ends
+ * it is an operation of its own, "commit" or "rollback". Replayed in order on a copy of the
+ * database as it was, a call's statements leave the copy as the call left the database. */
+
+#define ECM_CTL_TRACE_CDB_ID      1u
+#define ECM_CTL_TRACE_LR_VR_ID    2u
+#define ECM_CTL_TRACE_SELECT      3u
+#define ECM_CTL_TRACE_EXIST       4u
+#define ECM_CTL_TRACE_COUNT       5u
+#define ECM_CTL_TRACE_INSERT      6u
+#define ECM_CTL_TRACE_SET         7u
+#define ECM_CTL_TRACE_DELETE      8u
+#define ECM_CTL_TRACE_APPLY_INDEX 9u
+#define ECM_CTL_TRACE_COMMIT      10u
+#define ECM_CTL_TRACE_ROLLBACK    11u
+
+/* One bound value: an integer (uiLen 0) or uiLen bytes. */
+typedef struct {
+    uint32_t uiLen;
+    int64_t llNum;
+    const uint8_t *pucBytes;
+} ECM_CTL_TRACE_VAL_S;
+
+typedef struct {
+    const char *pcSql;
+    uint32_t uiValNum;                  /* the value of ?n is pstVals[n - 1] */
+    const ECM_CTL_TRACE_VAL_S *pstVals;
+    uint64_t ulRows;
+    uint64_t ulNs;
+} ECM_CTL_TRACE_STMT_S;
+
+typedef struct {
+    uint32_t uiOp;                      /* ECM_CTL_TRACE_* */
+    uint32_t uiTableId;                 /* 0 for the operations on no table */
+    uint32_t uiResult;                  /* what the operation answered, 0 for success */
+    uint64_t ulRows;                    /* its statements' rows; for a count, the number counted */
+    uint64_t ulNs;                      /* its statements' time and any preparation */
+    uint32_t uiStmtNum;
+    const ECM_CTL_TRACE_STMT_S *pstStmts;
+} ECM_CTL_TRACE_OP_S;
+
+typedef struct {
+    const char *pcName;                 /* the name the script called the function by */
+    uint64_t ulNs;                      /* its operations' time */
+    uint32_t uiOpNum;
+    const ECM_CTL_TRACE_OP_S *pstOps;
+} ECM_CTL_TRACE_CALL_S;
+
+/* Writes the name under which the script state is calling the running script function (empty
+ * when it has none) into pcName, at most ulLen bytes with the terminating zero. */
+typedef void (*ECM_CTL_CALL_NAME_FN)(void *pState, char *pcName, size_t ulLen);
+
+/* Starts recording anew (bOn; what was recorded before is dropped), naming calls with pfName (null:
+ * no names), or stops recording and keeps what was recorded. */
+void ECM_CTL_Trace(void *pObj, int bOn, ECM_CTL_CALL_NAME_FN pfName);
+uint32_t ECM_CTL_TraceCount(void *pObj);
+/* Call uiIndex of the recording, valid until the recording is cleared, restarted, grows or the
+ * object is closed; 0 when it exists. */
+uint32_t ECM_CTL_TraceGet(void *pObj, uint32_t uiIndex, ECM_CTL_TRACE_CALL_S *pstCall);
+void ECM_CTL_TraceClear(void *pObj);
+/* "select", "insert", ... for an ECM_CTL_TRACE_* kind; "?" for another number. */
+const char *ECM_CTL_TraceOpName(uint32_t uiOp);
+
+/* The SQLite connection (sqlite3 *) behind the object, for tools that run SQL of their own beside
+ * the client: the benchmarks' floors and the tests that replay a trace. Nothing done through it
+ * is journaled, traced or checked. */
+void *ECM_CTL_Storage(void *pObj);
 
 #ifdef __cplusplus
 }

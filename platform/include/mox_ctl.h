@@ -23,6 +23,8 @@ void *MOX_HandleCreate(const char *pcName);
 void MOX_HandleDestroy(void *pHandle);
 /* A null handle gives the figures of every live block of the process. */
 void MOX_GetStats(void *pHandle, MOX_STATS_S *pstStats);
+/* Starts the handle's peak over from what is live now, so that the next peak is one call's. */
+void MOX_ResetPeak(void *pHandle);
 /* Makes the n-th next allocation on the handle fail (1 = the next one); 0 disarms. Fires once. */
 void MOX_FailAlloc(void *pHandle, uint32_t uiNth);
 /* Writes one line per live block of the handle (size, file, line), oldest first, and returns the

@@ -183,4 +183,26 @@ inline lua_State *SysdtLua_MainThread(lua_State *L)
     return pMain != nullptr ? pMain : L;
 }
 
+/* The name under which the state's script calls the C function running on it, as a function of
+ * the ECM_CTL_CALL_NAME_FN kind (pState a lua_State): "lib.VLAN_spt_X(...)" names it
+ * VLAN_spt_X, "local f = lib.VLAN_spt_X; f(...)" names it f; "" when the call names none (the
+ * engine's "?" for a function found under a computed key). Raises nothing. */
+inline void SysdtLua_CallName(void *pState, char *pcName, size_t ulLen)
+{
+    lua_Debug stAr;
+    lua_State *L = static_cast<lua_State *>(pState);
+    const char *pcFound = nullptr;
+    if (lua_getstack(L, 0, &stAr) != 0 && lua_getinfo(L, "n", &stAr) != 0 && stAr.name != nullptr &&
+        !(stAr.name[0] == '?' && stAr.name[1] == '\0')) {
+        pcFound = stAr.name;
+    }
+    size_t i = 0;
+    for (; pcFound != nullptr && pcFound[i] != '\0' && i + 1 < ulLen; i++) {
+        pcName[i] = pcFound[i];
+    }
+    if (ulLen != 0) {
+        pcName[i] = '\0';
+    }
+}
+
 #endif

@@ -8,6 +8,7 @@
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
 #include "mox_ctl.h"
+#include "cfgdb.h"
 #include "sysdt_lua.h"
 
 namespace {
@@ -259,22 +260,16 @@ int DbFailCall(lua_State *L)
     return 0;
 }
 
-void SetInt(lua_State *L, const char *pcKey, uint64_t ulValue)
-{
-    lua_pushinteger(L, static_cast<lua_Integer>(ulValue));
-    lua_setfield(L, -2, pcKey);
-}
-
 int DbMem(lua_State *L)
 {
     MOX_STATS_S stStats;
     MOX_GetStats(ECM_CTL_MemHandle(CheckDb(L)), &stStats);
     lua_createtable(L, 0, 5);
-    SetInt(L, "live", stStats.ulLiveBlocks);
-    SetInt(L, "live_bytes", stStats.ulLiveBytes);
-    SetInt(L, "peak", stStats.ulPeakBytes);
-    SetInt(L, "total", stStats.ulTotalAllocs);
-    SetInt(L, "asserts", stStats.ulAsserts);
+    CfgDb_SetInt(L, "live", stStats.ulLiveBlocks);
+    CfgDb_SetInt(L, "live_bytes", stStats.ulLiveBytes);
+    CfgDb_SetInt(L, "peak", stStats.ulPeakBytes);
+    CfgDb_SetInt(L, "total", stStats.ulTotalAllocs);
+    CfgDb_SetInt(L, "asserts", stStats.ulAsserts);
     return 1;
 }
 
@@ -290,8 +285,8 @@ void PushJournal(lua_State *L, void *pObj, uint32_t uiFirst)
         lua_createtable(L, 0, 4);
         lua_pushstring(L, apcOps[stEntry.uiOp <= ECM_JOURNAL_DELETE ? stEntry.uiOp : 0]);
         lua_setfield(L, -2, "op");
-        SetInt(L, "table", stEntry.uiTableId);
-        SetInt(L, "flag", stEntry.uiFlag);
+        CfgDb_SetInt(L, "table", stEntry.uiTableId);
+        CfgDb_SetInt(L, "flag", stEntry.uiFlag);
         PushFields(L, ECM_CTL_FindTable(stEntry.uiTableId), stEntry.pstFields, stEntry.uiFieldNum);
         lua_setfield(L, -2, "fields");
         lua_rawseti(L, -2, static_cast<int>(i - uiFirst) + 1);
@@ -302,6 +297,27 @@ void PushJournal(lua_State *L, void *pObj, uint32_t uiFirst)
 int DbJournal(lua_State *L)
 {
     PushJournal(L, CheckDb(L), 0);
+    return 1;
+}
+
+/* ---- Trace of the client operations ---- */
+
+/* db:trace(true) records anew, db:trace(false) stops and hands over what was recorded, db:trace()
+ * hands it over and records on. */
+int DbTrace(lua_State *L)
+{
+    void *pObj = CheckDb(L);
+    if (lua_isnoneornil(L, 2)) {
+        CfgDb_PushTrace(L, pObj);
+        return 1;
+    }
+    luaL_checktype(L, 2, LUA_TBOOLEAN);
+    if (lua_toboolean(L, 2)) {
+        ECM_CTL_Trace(pObj, 1, SysdtLua_CallName);
+        return 0;
+    }
+    ECM_CTL_Trace(pObj, 0, nullptr);
+    CfgDb_PushTrace(L, pObj);
     return 1;
 }
 
@@ -427,28 +443,22 @@ const char *TypeName(uint32_t uiType)
     }
 }
 
-void SetText(lua_State *L, const char *pcKey, const char *pcValue)
-{
-    lua_pushstring(L, pcValue);
-    lua_setfield(L, -2, pcKey);
-}
-
 void PushFieldDesc(lua_State *L, const ECM_CTL_FIELD_S *pstField)
 {
     lua_createtable(L, 0, 5);
-    SetInt(L, "no", pstField->ucFieldNo);
-    SetText(L, "name", pstField->pcScriptName);
-    SetText(L, "type", TypeName(pstField->ucType));
-    SetInt(L, "width", pstField->usWidth);
-    SetText(L, "column", pstField->pcName);
+    CfgDb_SetInt(L, "no", pstField->ucFieldNo);
+    CfgDb_SetText(L, "name", pstField->pcScriptName);
+    CfgDb_SetText(L, "type", TypeName(pstField->ucType));
+    CfgDb_SetInt(L, "width", pstField->usWidth);
+    CfgDb_SetText(L, "column", pstField->pcName);
 }
 
 void PushTableDesc(lua_State *L, const ECM_CTL_TABLE_S *pstTable)
 {
     lua_createtable(L, 0, 5);
-    SetInt(L, "id", pstTable->uiTableId);
-    SetText(L, "name", pstTable->pcName);
-    SetText(L, "what", pstTable->pcWhat);
+    CfgDb_SetInt(L, "id", pstTable->uiTableId);
+    CfgDb_SetText(L, "name", pstTable->pcName);
+    CfgDb_SetText(L, "what", pstTable->pcWhat);
     lua_createtable(L, static_cast<int>(pstTable->uiKeyNum), 0);
     for (uint32_t k = 0; k < pstTable->uiKeyNum; k++) {
         lua_pushstring(L, ECM_CTL_FindField(pstTable, pstTable->aucKey[k])->pcScriptName);
@@ -488,11 +498,23 @@ const luaL_Reg g_astMethods[] = {
     {"bind", DbBind},       {"close", DbClose},     {"insert", DbInsert},        {"rows", DbRows},
     {"count", DbCount},     {"delete", DbDelete},   {"journal", DbJournal},      {"mem", DbMem},
     {"fail_alloc", DbFailAlloc}, {"fail_call", DbFailCall}, {"transaction", DbTransaction},
-    {"dry_run", DbDryRun},  {nullptr, nullptr}};
+    {"dry_run", DbDryRun},  {"trace", DbTrace},     {nullptr, nullptr}};
 
 const luaL_Reg g_astFuncs[] = {{"open", Open}, {"unbind", Unbind}, {"tables", Tables}, {nullptr, nullptr}};
 
 }  // namespace
+
+void CfgDb_SetInt(lua_State *L, const char *pcKey, uint64_t ulValue)
+{
+    lua_pushinteger(L, static_cast<lua_Integer>(ulValue));
+    lua_setfield(L, -2, pcKey);
+}
+
+void CfgDb_SetText(lua_State *L, const char *pcKey, const char *pcValue)
+{
+    lua_pushstring(L, pcValue);
+    lua_setfield(L, -2, pcKey);
+}
 
 extern "C" int luaopen_cfgdb(lua_State *L)
 {

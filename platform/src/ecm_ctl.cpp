@@ -113,7 +113,7 @@ sqlite3_stmt *FilterStmt(EcmDb *pstDb, char cMode, const CtlVals &stVals)
     }
     sqlite3_stmt *pStmt = Ecm_Stmt(pstDb, strKey, FilterSql, &stShape);
     for (size_t i = 0; pStmt != nullptr && i < stVals.vecVals.size(); i++) {
-        if (Ecm_BindBytes(pStmt, static_cast<int>(i + 1), stVals.vecVals[i].pstField, stVals.vecVals[i].pucValue) !=
+        if (Ecm_BindBytes(pstDb, pStmt, static_cast<int>(i + 1), stVals.vecVals[i].pstField, stVals.vecVals[i].pucValue) !=
             SQLITE_OK) {
             sqlite3_reset(pStmt);
             sqlite3_clear_bindings(pStmt);
@@ -157,7 +157,7 @@ uint32_t FilterScalar(EcmDb *pstDb, char cMode, uint32_t uiTableId, const ECM_CT
     }
     EcmStmtUse stUse(FilterStmt(pstDb, cMode, stVals));
     int iWant = (cMode == 'K') ? SQLITE_ROW : SQLITE_DONE;
-    if (stUse.Get() == nullptr || sqlite3_step(stUse.Get()) != iWant) {
+    if (stUse.Get() == nullptr || Ecm_Step(pstDb, stUse.Get()) != iWant) {
         return StepError(pstDb);
     }
     sqlite3_int64 llNum = (cMode == 'K') ? sqlite3_column_int64(stUse.Get(), 0) : sqlite3_changes64(pstDb->pDb);
@@ -196,7 +196,7 @@ extern "C" uint32_t ECM_CTL_Rows(void *pObj, uint32_t uiTableId, const ECM_CTL_V
         return StepError(pstDb);
     }
     int iRc;
-    while ((iRc = sqlite3_step(stUse.Get())) == SQLITE_ROW) {
+    while ((iRc = Ecm_Step(pstDb, stUse.Get())) == SQLITE_ROW) {
         EmitRow(stUse.Get(), stVals.pstTable, pfRow, pCtx);
     }
     return (iRc == SQLITE_DONE) ? ECM_OK : StepError(pstDb);

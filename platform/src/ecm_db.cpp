@@ -42,17 +42,18 @@ bool OpenStorage(EcmDb *pstDb, const char *pcPath, uint32_t uiBusyTimeoutMs, cha
 
 void CloseStorage(EcmDb *pstDb)
 {
-    for (auto &kv : pstDb->mapStmts) {
-        sqlite3_finalize(kv.second);
+    for (auto &kv : pstDb->mapPlans) {
+        sqlite3_finalize(kv.second.pStmt);
     }
-    pstDb->mapStmts.clear();
-    pstDb->pLastStmt = nullptr;
+    pstDb->mapPlans.clear();
+    pstDb->pstLastPlan = nullptr;
     for (sqlite3_stmt *&pStmt : pstDb->apUnitStmts) {
         sqlite3_finalize(pStmt);
         pStmt = nullptr;
     }
     sqlite3_close(pstDb->pDb);
     pstDb->pDb = nullptr;
+    Ecm_TraceFree(pstDb);
 }
 
 }  // namespace
@@ -167,27 +168,45 @@ bool Ecm_TripFault(EcmDb *pstDb)
     return --pstDb->uiFailCallIn == 0;
 }
 
-sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)
+EcmPlan *Ecm_FindPlan(EcmDb *pstDb, std::string_view svKey)
 {
-    if (pstDb->pLastStmt != nullptr && svKey == pstDb->strLastKey) {
-        return pstDb->pLastStmt;
+    if (pstDb->pstLastPlan != nullptr && svKey == pstDb->svLastKey) {
+        return pstDb->pstLastPlan;
     }
-    auto it = pstDb->mapStmts.find(svKey);
-    if (it != pstDb->mapStmts.end()) {
-        pstDb->strLastKey.assign(svKey);
-        pstDb->pLastStmt = it->second;
-        return it->second;
-    }
-    std::string strSql = pfSql(pCtx);
-    sqlite3_stmt *pStmt = nullptr;
-    if (sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &pStmt, nullptr) != SQLITE_OK) {
-        pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+    auto it = pstDb->mapPlans.find(svKey);
+    if (it == pstDb->mapPlans.end()) {
         return nullptr;
     }
-    pstDb->mapStmts.emplace(std::string(svKey), pStmt);
-    pstDb->strLastKey.assign(svKey);
-    pstDb->pLastStmt = pStmt;
-    return pStmt;
+    pstDb->svLastKey = it->first;
+    pstDb->pstLastPlan = &it->second;
+    return &it->second;
+}
+
+EcmPlan *Ecm_AddPlan(EcmDb *pstDb, std::string_view svKey, const std::string &strSql, EcmPlan &&stPlan)
+{
+    uint64_t ulStart = pstDb->bTracing ? Ecm_Now() : 0;
+    int iRc = sqlite3_prepare_v3(pstDb->pDb, strSql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &stPlan.pStmt, nullptr);
+    if (pstDb->bTracing) {
+        Ecm_TracePrepare(pstDb, Ecm_Now() - ulStart);
+    }
+    if (iRc != SQLITE_OK) {
+        pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
+        sqlite3_finalize(stPlan.pStmt);
+        return nullptr;
+    }
+    auto it = pstDb->mapPlans.emplace(std::string(svKey), std::move(stPlan)).first;
+    pstDb->svLastKey = it->first;
+    pstDb->pstLastPlan = &it->second;
+    return &it->second;
+}
+
+sqlite3_stmt *Ecm_Stmt(EcmDb *pstDb, std::string_view svKey, std::string (*pfSql)(const void *), const void *pCtx)
+{
+    EcmPlan *pstPlan = Ecm_FindPlan(pstDb, svKey);
+    if (pstPlan == nullptr) {
+        pstPlan = Ecm_AddPlan(pstDb, svKey, pfSql(pCtx), EcmPlan{});
+    }
+    return pstPlan != nullptr ? pstPlan->pStmt : nullptr;
 }
 
 /* ---- Values ---- */
@@ -196,7 +215,7 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
                      uint32_t uiWidth)
 {
     uint32_t uiLen = 0;
-    if (!ECM_CTL_IsByteType(pstField->ucType)) {
+    if (!Ecm_IsBytes(pstField)) {
         uiLen = uiWidth < sizeof(uint64_t) ? uiWidth : sizeof(uint64_t);
         KEL_PutNum(pucDst, uiLen, static_cast<uint64_t>(sqlite3_column_int64(pStmt, iCol)));
     } else {
@@ -210,10 +229,14 @@ void Ecm_ColumnBytes(sqlite3_stmt *pStmt, int iCol, const ECM_CTL_FIELD_S *pstFi
     memset(pucDst + uiLen, 0, uiWidth - uiLen);
 }
 
-int Ecm_BindBytes(sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField, const uint8_t *pucValue)
+int Ecm_BindBytes(EcmDb *pstDb, sqlite3_stmt *pStmt, int iParam, const ECM_CTL_FIELD_S *pstField,
+                  const uint8_t *pucValue)
 {
-    if (ECM_CTL_IsByteType(pstField->ucType)) {
-        return sqlite3_bind_blob(pStmt, iParam, pucValue, pstField->usWidth, SQLITE_STATIC);
+    if (!Ecm_IsBytes(pstField)) {
+        return Ecm_BindInt(pstDb, pStmt, iParam, static_cast<int64_t>(KEL_GetNum(pucValue, pstField->usWidth)));
     }
-    return sqlite3_bind_int64(pStmt, iParam, static_cast<sqlite3_int64>(KEL_GetNum(pucValue, pstField->usWidth)));
+    if (pstDb->bTracing) {
+        Ecm_TraceBind(pstDb, iParam, 0, pucValue, pstField->usWidth);
+    }
+    return sqlite3_bind_blob(pStmt, iParam, pucValue, pstField->usWidth, SQLITE_STATIC);
 }

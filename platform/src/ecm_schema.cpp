@@ -69,10 +69,14 @@ const EcmIndexDef g_astIndexes[] = {
 /* Interface, PE range, CE range of the segment tables: their reads ask which stored rectangles of
  * one interface overlap a given one. */
 const EcmSpatialDef g_astSpatial[] = {
-    {VLANLUA_TBL_UVLAN_QINQ_SEG,
-     {ECM_FLD(UVLAN_QINQ_SEG, ifIndex), ECM_FLD(UVLAN_QINQ_SEG, peBegin), ECM_FLD(UVLAN_QINQ_SEG, ceBegin)},
-     {ECM_FLD(UVLAN_QINQ_SEG, ifIndex), ECM_FLD(UVLAN_QINQ_SEG, peEnd), ECM_FLD(UVLAN_QINQ_SEG, ceEnd)}, 3},
+    {VLANLUA_TBL_UVLAN_QINQ_SEG, ECM_FLD(UVLAN_QINQ_SEG, ifIndex),
+     {ECM_FLD(UVLAN_QINQ_SEG, peBegin), ECM_FLD(UVLAN_QINQ_SEG, ceBegin)},
+     {ECM_FLD(UVLAN_QINQ_SEG, peEnd), ECM_FLD(UVLAN_QINQ_SEG, ceEnd)}},
 };
+static_assert(VlanLuaTbl::UVLAN_QINQ_SEG::ifIndex::usWidth == 4 && VlanLuaTbl::UVLAN_QINQ_SEG::peBegin::usWidth == 2 &&
+                  VlanLuaTbl::UVLAN_QINQ_SEG::peEnd::usWidth == 2 && VlanLuaTbl::UVLAN_QINQ_SEG::ceBegin::usWidth == 2 &&
+                  VlanLuaTbl::UVLAN_QINQ_SEG::ceEnd::usWidth == 2,
+              "a spatial index folds a u32 key over ranges of 16 bits");
 
 }  // namespace
 

@@ -26,15 +26,30 @@ std::atomic<uint32_t> g_uiEcmOpenCallUnits{0};
 
 namespace {
 
-thread_local void *tls_pCallState = nullptr;   /* the state of the script call running here */
-thread_local EcmDb *tls_pCallUnits = nullptr;  /* objects on which that call opened a unit */
-thread_local bool tls_bRunAgain = false;       /* the call runs again, holding the lock from the start */
-thread_local uint32_t tls_uiNested = 0;        /* calls running inside the running call */
+/* The script call running on this thread. Every client operation reads it: initial-exec puts it at
+ * a fixed place beside the thread pointer, read without a call into the loader (the platform
+ * library comes with the module it serves, and these few bytes fit the room the loader keeps for
+ * such libraries). */
+struct CallThread {
+    void *pState;       /* the state of the script call running here */
+    EcmDb *pUnits;      /* objects on which that call opened a unit */
+    bool bRunAgain;     /* the call runs again, holding the lock from the start */
+    uint32_t uiNested;  /* calls running inside the running call */
+    uint64_t ulCallNo;  /* the running call's number, 0 between calls */
+};
+[[gnu::tls_model("initial-exec")]] thread_local CallThread tls_stCall = {nullptr, nullptr, false, 0, 0};
 thread_local std::string tls_strWhy;           /* why the last call's commit failed */
+std::atomic<uint64_t> g_ulCallsEntered{0};     /* numbers calls over the process, for traces */
 
 enum UnitStmt { UNIT_BEGIN, UNIT_BEGIN_IMMEDIATE, UNIT_COMMIT, UNIT_ROLLBACK, UNIT_SAVE, UNIT_RELEASE, UNIT_UNDO };
 
-/* Runs one statement of a call's unit, prepared once per object. */
+bool EndsUnit(UnitStmt eStmt)
+{
+    return eStmt == UNIT_COMMIT || eStmt == UNIT_ROLLBACK || eStmt == UNIT_RELEASE || eStmt == UNIT_UNDO;
+}
+
+/* Runs one statement of a call's unit, prepared once per object. One that ends the unit is traced as
+ * an operation of its own. */
 int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
 {
     static const char *const apcSql[] = {"BEGIN", "BEGIN IMMEDIATE", "COMMIT", "ROLLBACK", "SAVEPOINT ecm_call",
@@ -48,9 +63,16 @@ int RunUnitStmt(EcmDb *pstDb, UnitStmt eStmt)
             return iRc;
         }
     }
-    int iRc = sqlite3_step(pStmt);
+    bool bTraced = EndsUnit(eStmt) &&
+                   Ecm_TraceUnitStmt(pstDb, (eStmt == UNIT_COMMIT || eStmt == UNIT_RELEASE) ? ECM_CTL_TRACE_COMMIT
+                                                                                           : ECM_CTL_TRACE_ROLLBACK);
+    int iRc = Ecm_Step(pstDb, pStmt);
     sqlite3_reset(pStmt);
-    return iRc == SQLITE_DONE ? SQLITE_OK : iRc;
+    iRc = iRc == SQLITE_DONE ? SQLITE_OK : iRc;
+    if (bTraced) {
+        Ecm_TraceOpEnd(pstDb, iRc == SQLITE_OK ? ECM_OK : ECM_ERR_SQL, UINT64_MAX);
+    }
+    return iRc;
 }
 
 bool InTransaction(const EcmDb *pstDb)
@@ -76,21 +98,19 @@ void RollBack(EcmDb *pstDb)
     } else if (InTransaction(pstDb)) {  /* SQLite may have rolled it back itself on an I/O error */
         (void)RunUnitStmt(pstDb, UNIT_ROLLBACK);
     }
-    if (pstDb->vecJournal.size() > pstDb->uiUnitJournal) {
-        pstDb->vecJournal.resize(pstDb->uiUnitJournal);
-    }
+    Ecm_JournalKeep(pstDb, pstDb->uiUnitJournal);
     Forget(pstDb);
 }
 
 /* Units a call left open because it raised. */
 void RollBackLeftUnits()
 {
-    while (tls_pCallUnits != nullptr) {
-        EcmDb *pstDb = tls_pCallUnits;
-        tls_pCallUnits = pstDb->pNextInCall;
+    while (tls_stCall.pUnits != nullptr) {
+        EcmDb *pstDb = tls_stCall.pUnits;
+        tls_stCall.pUnits = pstDb->pNextInCall;
         RollBack(pstDb);
     }
-    tls_pCallState = nullptr;
+    tls_stCall.pState = nullptr;
 }
 
 /* Commits a call's unit; on failure rolls it back and keeps why (only the first failure of a
@@ -125,20 +145,20 @@ bool Commit(EcmDb *pstDb, bool bKeepWhy)
  * when it runs again. */
 uint32_t OpenCallUnit(EcmDb *pstDb)
 {
-    int iRc = RunUnitStmt(pstDb, tls_bRunAgain ? UNIT_BEGIN_IMMEDIATE : UNIT_BEGIN);
+    int iRc = RunUnitStmt(pstDb, tls_stCall.bRunAgain ? UNIT_BEGIN_IMMEDIATE : UNIT_BEGIN);
     if (iRc != SQLITE_OK && (iRc & 0xFF) != SQLITE_BUSY) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         return ECM_ERR_SQL;  /* not kept: the next operation tries again */
     }
-    pstDb->pNextInCall = tls_pCallUnits;
-    tls_pCallUnits = pstDb;
-    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->pNextInCall = tls_stCall.pUnits;
+    tls_stCall.pUnits = pstDb;
+    pstDb->uiUnitJournal = Ecm_JournalLength(pstDb);
     if (iRc != SQLITE_OK) {
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         pstDb->eCallUnit = ECM_UNIT_BUSY;  /* the rest of the call fails at once instead of waiting again */
         return ECM_ERR_BUSY;
     }
-    pstDb->eCallUnit = tls_bRunAgain ? ECM_UNIT_LOCKED : ECM_UNIT_OPEN;
+    pstDb->eCallUnit = tls_stCall.bRunAgain ? ECM_UNIT_LOCKED : ECM_UNIT_OPEN;
     return ECM_OK;
 }
 
@@ -148,21 +168,22 @@ uint32_t OpenCallUnit(EcmDb *pstDb)
 
 void Ecm_CallEnter(void *pState, bool bNested)
 {
-    if (bNested && tls_pCallState != nullptr) {
-        tls_uiNested++;
+    if (bNested && tls_stCall.pState != nullptr) {
+        tls_stCall.uiNested++;
         return;
     }
-    if (tls_pCallUnits != nullptr) {
+    if (tls_stCall.pUnits != nullptr) {
         RollBackLeftUnits();
     }
-    tls_uiNested = 0;
-    tls_pCallState = pState;
+    tls_stCall.uiNested = 0;
+    tls_stCall.pState = pState;
+    tls_stCall.ulCallNo = g_ulCallsEntered.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
 /* Whether the running call lost the race for the write lock on one of its objects. */
 static bool CallIsVoid()
 {
-    for (EcmDb *pstDb = tls_pCallUnits; pstDb != nullptr; pstDb = pstDb->pNextInCall) {
+    for (EcmDb *pstDb = tls_stCall.pUnits; pstDb != nullptr; pstDb = pstDb->pNextInCall) {
         if (pstDb->eCallUnit == ECM_UNIT_VOID) {
             return true;
         }
@@ -172,35 +193,43 @@ static bool CallIsVoid()
 
 bool Ecm_CallLostRace()
 {
-    if (tls_uiNested != 0 || !CallIsVoid()) {
+    if (tls_stCall.uiNested != 0 || !CallIsVoid()) {
         return false;
     }
     RollBackLeftUnits();
-    tls_bRunAgain = true;
+    tls_stCall.bRunAgain = true;
     return true;
 }
 
 bool Ecm_CallLeave(bool bCommit, const char **ppcWhy)
 {
     *ppcWhy = nullptr;
-    if (tls_uiNested != 0) {
-        tls_uiNested--;
+    if (tls_stCall.uiNested != 0) {
+        tls_stCall.uiNested--;
         return true;
     }
-    tls_pCallState = nullptr;
-    tls_bRunAgain = false;
+    tls_stCall.pState = nullptr;
+    tls_stCall.bRunAgain = false;
     if (!bCommit) {
         RollBackLeftUnits();
+        tls_stCall.ulCallNo = 0;
         return false;
     }
     bool bOk = true;
-    while (tls_pCallUnits != nullptr) {
-        EcmDb *pstDb = tls_pCallUnits;
-        tls_pCallUnits = pstDb->pNextInCall;
+    while (tls_stCall.pUnits != nullptr) {
+        EcmDb *pstDb = tls_stCall.pUnits;
+        tls_stCall.pUnits = pstDb->pNextInCall;
         bOk = Commit(pstDb, bOk) && bOk;
     }
+    tls_stCall.ulCallNo = 0;
     *ppcWhy = bOk ? nullptr : tls_strWhy.c_str();
     return bOk;
+}
+
+uint64_t Ecm_RunningCall(void **ppState)
+{
+    *ppState = tls_stCall.pState;
+    return tls_stCall.ulCallNo;
 }
 
 uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet)
@@ -217,7 +246,7 @@ uint32_t Ecm_CallOutcome(EcmDb *pstDb, uint32_t uiRet)
 
 uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
 {
-    if (tls_pCallState == nullptr || !pstDb->bCallUnits) {
+    if (tls_stCall.pState == nullptr || !pstDb->bCallUnits) {
         return ECM_OK;
     }
     switch (pstDb->eCallUnit) {
@@ -236,7 +265,7 @@ uint32_t Ecm_JoinCallUnit(EcmDb *pstDb)
 
 uint32_t Ecm_JoinCallWrite(EcmDb *pstDb)
 {
-    if (tls_pCallState == nullptr || !pstDb->bCallUnits || pstDb->eCallUnit != ECM_UNIT_NONE ||
+    if (tls_stCall.pState == nullptr || !pstDb->bCallUnits || pstDb->eCallUnit != ECM_UNIT_NONE ||
         !InTransaction(pstDb)) {
         return ECM_OK;  /* outside calls and outer units, or the call's unit is its own already */
     }
@@ -245,16 +274,16 @@ uint32_t Ecm_JoinCallWrite(EcmDb *pstDb)
         pstDb->strLastError = sqlite3_errmsg(pstDb->pDb);
         return (iRc & 0xFF) == SQLITE_BUSY ? ECM_ERR_BUSY : ECM_ERR_SQL;
     }
-    pstDb->pNextInCall = tls_pCallUnits;
-    tls_pCallUnits = pstDb;
-    pstDb->uiUnitJournal = static_cast<uint32_t>(pstDb->vecJournal.size());
+    pstDb->pNextInCall = tls_stCall.pUnits;
+    tls_stCall.pUnits = pstDb;
+    pstDb->uiUnitJournal = Ecm_JournalLength(pstDb);
     pstDb->eCallUnit = ECM_UNIT_NESTED;
     return ECM_OK;
 }
 
 void Ecm_SettleCallUnits(EcmDb *pstDb)
 {
-    if (pstDb->eCallUnit != ECM_UNIT_NONE && tls_pCallState == nullptr) {
+    if (pstDb->eCallUnit != ECM_UNIT_NONE && tls_stCall.pState == nullptr) {
         RollBackLeftUnits();
     }
 }

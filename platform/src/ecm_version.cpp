@@ -14,7 +14,8 @@ namespace {
 
 constexpr int32_t APPLICATION_ID = 0x564C414E;  /* marks a configuration database */
 
-/* ---- Version 1: the tables, their indexes, and service records that belong to their segment ---- */
+/* ---- Version 1: the tables, their indexes, and service records that belong to their segment ----
+ * (Version 1 also had spatial indexes; version 2 makes them in their present form.) */
 
 std::string ColumnDefs(const ECM_CTL_TABLE_S *pstTable)
 {
@@ -59,9 +60,6 @@ std::string SchemaSql()
     for (uint32_t i = 0; Ecm_IndexAt(i) != nullptr; i++) {
         const EcmIndexDef *pstIdx = Ecm_IndexAt(i);
         strSql += IndexSql(ECM_CTL_FindTable(pstIdx->uiTableId), pstIdx->aucFields, pstIdx->ucNum, false);
-    }
-    for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
-        strSql += Ecm_SpatialSchemaSql(Ecm_SpatialAt(i));
     }
     return strSql;
 }
@@ -114,8 +112,20 @@ std::string UpgradeTo1()
     return strSql;
 }
 
+/* ---- Version 2: spatial indexes that fold the key into their coordinates ---- */
+
+/* Version 1 kept the key as a dimension of its own; its companions are made again. */
+std::string UpgradeTo2()
+{
+    std::string strSql;
+    for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
+        strSql += Ecm_SpatialDropSql(Ecm_SpatialAt(i)) + Ecm_SpatialSchemaSql(Ecm_SpatialAt(i));
+    }
+    return strSql;
+}
+
 /* The upgrade from version i to i + 1 at index i. */
-std::string (*const g_apfUpgrades[])() = {UpgradeTo1};
+std::string (*const g_apfUpgrades[])() = {UpgradeTo1, UpgradeTo2};
 static_assert(sizeof(g_apfUpgrades) / sizeof(g_apfUpgrades[0]) == ECM_SCHEMA_VERSION, "one upgrade per version");
 
 /* ---- Recognising a file ---- */

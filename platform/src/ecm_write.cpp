@@ -86,13 +86,13 @@ bool IsKeyField(const ECM_CTL_TABLE_S *pstTable, uint32_t uiFieldNo)
     return false;
 }
 
-int BindKey(sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum,
+int BindKey(EcmDb *pstDb, sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals, uint32_t uiNum,
             int iFirstParam)
 {
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < pstTable->uiKeyNum && iRc == SQLITE_OK; i++) {
         const ECM_CTL_FIELD_S *pstField = ECM_CTL_FindField(pstTable, pstTable->aucKey[i]);
-        iRc = Ecm_BindBytes(pStmt, iFirstParam + static_cast<int>(i), pstField,
+        iRc = Ecm_BindBytes(pstDb, pStmt, iFirstParam + static_cast<int>(i), pstField,
                             FindVal(pstVals, uiNum, pstTable->aucKey[i]));
     }
     return iRc;
@@ -101,7 +101,7 @@ int BindKey(sqlite3_stmt *pStmt, const ECM_CTL_TABLE_S *pstTable, const EcmWrite
 /* Runs a bound write statement; a key that matches nothing is reported as ECM_ERR_NOTFOUND. */
 uint32_t StepWrite(EcmDb *pstDb, sqlite3_stmt *pStmt, bool bMustChange)
 {
-    int iRc = sqlite3_step(pStmt);
+    int iRc = Ecm_Step(pstDb, pStmt);
     if (iRc == SQLITE_DONE) {
         return (bMustChange && sqlite3_changes(pstDb->pDb) == 0) ? ECM_ERR_NOTFOUND : ECM_OK;
     }
@@ -125,7 +125,7 @@ uint32_t Ecm_InsertRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < pstTable->uiFieldNum && iRc == SQLITE_OK; i++) {
         const uint8_t *pucValue = FindVal(pstVals, uiNum, pstTable->pstFields[i].ucFieldNo);
-        iRc = Ecm_BindBytes(stUse.Get(), static_cast<int>(i + 1), &pstTable->pstFields[i],
+        iRc = Ecm_BindBytes(pstDb, stUse.Get(), static_cast<int>(i + 1), &pstTable->pstFields[i],
                             pucValue != nullptr ? pucValue : aucZero);
     }
     return iRc == SQLITE_OK ? StepWrite(pstDb, stUse.Get(), false) : ECM_ERR_SQL;
@@ -153,11 +153,11 @@ uint32_t Ecm_UpdateRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     }
     int iRc = SQLITE_OK;
     for (uint32_t i = 0; i < stShape.uiSetNum && iRc == SQLITE_OK; i++) {
-        iRc = Ecm_BindBytes(stUse.Get(), static_cast<int>(i + 1), stShape.apstSet[i],
+        iRc = Ecm_BindBytes(pstDb, stUse.Get(), static_cast<int>(i + 1), stShape.apstSet[i],
                             FindVal(pstVals, uiNum, stShape.apstSet[i]->ucFieldNo));
     }
     if (iRc == SQLITE_OK) {
-        iRc = BindKey(stUse.Get(), pstTable, pstVals, uiNum, static_cast<int>(stShape.uiSetNum + 1));
+        iRc = BindKey(pstDb, stUse.Get(), pstTable, pstVals, uiNum, static_cast<int>(stShape.uiSetNum + 1));
     }
     return iRc == SQLITE_OK ? StepWrite(pstDb, stUse.Get(), true) : ECM_ERR_SQL;
 }
@@ -169,10 +169,92 @@ uint32_t Ecm_DeleteRow(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, const EcmW
     if (stUse.Get() == nullptr) {
         return ECM_ERR_SQL;
     }
-    if (BindKey(stUse.Get(), pstTable, pstVals, uiNum, 1) != SQLITE_OK) {
+    if (BindKey(pstDb, stUse.Get(), pstTable, pstVals, uiNum, 1) != SQLITE_OK) {
         return ECM_ERR_SQL;
     }
     return StepWrite(pstDb, stUse.Get(), true);
+}
+
+/* ---- Planned writes of the client ---- */
+
+namespace {
+
+int32_t ListEntryOf(const EcmWriteVal *pstVals, uint32_t uiNum, const ECM_CTL_FIELD_S *pstField)
+{
+    for (uint32_t i = 0; i < uiNum; i++) {
+        if (pstVals[i].pstField == pstField) {
+            return static_cast<int32_t>(i);
+        }
+    }
+    return -1;
+}
+
+/* Parameter after parameter, the field it binds and the list entry that gives its value. */
+void AddParam(EcmPlan *pstPlan, const ECM_CTL_FIELD_S *pstField, const EcmWriteVal *pstVals, uint32_t uiNum)
+{
+    pstPlan->vecParams.push_back(pstField);
+    pstPlan->vecFrom.push_back(ListEntryOf(pstVals, uiNum, pstField));
+}
+
+void AddKeyParams(EcmPlan *pstPlan, const EcmWriteVal *pstVals, uint32_t uiNum)
+{
+    const ECM_CTL_TABLE_S *pstTable = pstPlan->pstTable;
+    for (uint32_t i = 0; i < pstTable->uiKeyNum; i++) {
+        AddParam(pstPlan, ECM_CTL_FindField(pstTable, pstTable->aucKey[i]), pstVals, uiNum);
+    }
+}
+
+}  // namespace
+
+const EcmPlan *Ecm_PlanWrite(EcmDb *pstDb, char cKind, const ECM_CTL_TABLE_S *pstTable, const EcmWriteVal *pstVals,
+                             uint32_t uiNum, std::string_view svKey)
+{
+    EcmPlan stPlan;
+    stPlan.pstTable = pstTable;
+    for (uint32_t i = 0; i < uiNum; i++) {
+        stPlan.vecFields.push_back(pstVals[i].pstField);
+    }
+    std::string strSql;
+    if (cKind == 'I') {
+        for (uint32_t i = 0; i < pstTable->uiFieldNum; i++) {
+            AddParam(&stPlan, &pstTable->pstFields[i], pstVals, uiNum);
+        }
+        strSql = InsertSql(pstTable);
+    } else if (cKind == 'S') {
+        WriteShape stShape{pstTable, {}, 0};
+        for (uint32_t i = 0; i < pstTable->uiFieldNum; i++) {
+            const ECM_CTL_FIELD_S *pstField = &pstTable->pstFields[i];
+            if (!IsKeyField(pstTable, pstField->ucFieldNo) && ListEntryOf(pstVals, uiNum, pstField) >= 0) {
+                stShape.apstSet[stShape.uiSetNum++] = pstField;
+            }
+        }
+        if (stShape.uiSetNum == 0) {  /* nothing to change: rewriting the first key finds the record all the same */
+            stShape.apstSet[stShape.uiSetNum++] = ECM_CTL_FindField(pstTable, pstTable->aucKey[0]);
+        }
+        for (uint32_t i = 0; i < stShape.uiSetNum; i++) {
+            AddParam(&stPlan, stShape.apstSet[i], pstVals, uiNum);
+        }
+        AddKeyParams(&stPlan, pstVals, uiNum);
+        strSql = UpdateSql(&stShape);
+    } else {
+        AddKeyParams(&stPlan, pstVals, uiNum);
+        strSql = DeleteSql(pstTable);
+    }
+    return Ecm_AddPlan(pstDb, svKey, strSql, std::move(stPlan));
+}
+
+uint32_t Ecm_RunWrite(EcmDb *pstDb, const EcmPlan *pstPlan, bool bMustChange, const EcmWriteVal *pstVals)
+{
+    static const uint8_t aucZero[512] = {0};  /* fields left out are 0 */
+    EcmStmtUse stUse(pstPlan->pStmt);
+    for (size_t i = 0; i < pstPlan->vecParams.size(); i++) {
+        int32_t iFrom = pstPlan->vecFrom[i];
+        if (Ecm_BindBytes(pstDb, stUse.Get(), static_cast<int>(i + 1), pstPlan->vecParams[i],
+                          iFrom >= 0 ? pstVals[iFrom].pucValue : aucZero) != SQLITE_OK) {
+            return ECM_ERR_SQL;
+        }
+    }
+    return StepWrite(pstDb, stUse.Get(), bMustChange);
 }
 
 /* ---- Index counters ---- */
@@ -206,7 +288,7 @@ std::string FixedSql(const void *pCtx)
 bool RunFixed(EcmDb *pstDb, const char *pcSql)
 {
     EcmStmtUse stUse(Ecm_Stmt(pstDb, pcSql, FixedSql, pcSql));
-    return stUse.Get() != nullptr && sqlite3_step(stUse.Get()) == SQLITE_DONE;
+    return stUse.Get() != nullptr && Ecm_Step(pstDb, stUse.Get()) == SQLITE_DONE;
 }
 
 /* The last number handed out so far, inside the open transaction; false when the storage fails. */
@@ -214,8 +296,8 @@ bool ReadIndexBase(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint64_t *pulB
 {
     char acKey[8];
     EcmStmtUse stUse(Ecm_Stmt(pstDb, TableShape('N', pstTable->uiTableId, acKey), IndexBaseSql, pstTable));
-    if (stUse.Get() == nullptr || sqlite3_bind_int64(stUse.Get(), 1, pstTable->uiTableId) != SQLITE_OK ||
-        sqlite3_step(stUse.Get()) != SQLITE_ROW) {
+    if (stUse.Get() == nullptr || Ecm_BindInt(pstDb, stUse.Get(), 1, pstTable->uiTableId) != SQLITE_OK ||
+        Ecm_Step(pstDb, stUse.Get()) != SQLITE_ROW) {
         return false;
     }
     *pulBase = static_cast<uint64_t>(sqlite3_column_int64(stUse.Get(), 0));
@@ -225,9 +307,9 @@ bool ReadIndexBase(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint64_t *pulB
 bool StoreIndexLast(EcmDb *pstDb, uint32_t uiTableId, uint64_t ulLast)
 {
     EcmStmtUse stUse(Ecm_Stmt(pstDb, "Nstore", IndexStoreSql, nullptr));
-    return stUse.Get() != nullptr && sqlite3_bind_int64(stUse.Get(), 1, uiTableId) == SQLITE_OK &&
-           sqlite3_bind_int64(stUse.Get(), 2, static_cast<sqlite3_int64>(ulLast)) == SQLITE_OK &&
-           sqlite3_step(stUse.Get()) == SQLITE_DONE;
+    return stUse.Get() != nullptr && Ecm_BindInt(pstDb, stUse.Get(), 1, uiTableId) == SQLITE_OK &&
+           Ecm_BindInt(pstDb, stUse.Get(), 2, static_cast<int64_t>(ulLast)) == SQLITE_OK &&
+           Ecm_Step(pstDb, stUse.Get()) == SQLITE_DONE;
 }
 
 }  // namespace
@@ -266,12 +348,13 @@ uint32_t Ecm_NextIndex(EcmDb *pstDb, const ECM_CTL_TABLE_S *pstTable, uint32_t u
 void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFlag, const EcmWriteVal *pstVals,
                  uint32_t uiNum)
 {
-    EcmJournalEntry stEntry{uiOp, uiTableId, uiFlag, {}, {}, {}};
+    pstDb->vecJournal.push_back({uiOp, uiTableId, uiFlag, static_cast<uint32_t>(pstDb->vecJournalVals.size()), uiNum,
+                                 static_cast<uint32_t>(pstDb->strJournalBytes.size())});
     for (uint32_t i = 0; i < uiNum; i++) {
         const ECM_CTL_FIELD_S *pstField = pstVals[i].pstField;
         ECM_CTL_VAL_S stVal{pstField->ucFieldNo, 0, 0, nullptr};
-        uint32_t uiOffset = static_cast<uint32_t>(stEntry.strBytes.size());
-        if (!ECM_CTL_IsByteType(pstField->ucType)) {
+        uint32_t uiOffset = static_cast<uint32_t>(pstDb->strJournalBytes.size());
+        if (!Ecm_IsBytes(pstField)) {
             stVal.ulNum = KEL_GetNum(pstVals[i].pucValue, pstField->usWidth);
         } else {
             const char *pcBytes = reinterpret_cast<const char *>(pstVals[i].pucValue);
@@ -279,17 +362,33 @@ void Ecm_Journal(EcmDb *pstDb, uint32_t uiOp, uint32_t uiTableId, uint32_t uiFla
             if (pstField->ucType == ECM_TYPE_TEXT) {
                 stVal.uiLen = static_cast<uint32_t>(strnlen(pcBytes, pstField->usWidth));
             }
-            stEntry.strBytes.append(pcBytes, stVal.uiLen);
+            pstDb->strJournalBytes.append(pcBytes, stVal.uiLen);
         }
-        stEntry.vecVals.push_back(stVal);
-        stEntry.vecOffsets.push_back(uiOffset);
+        pstDb->vecJournalVals.push_back(stVal);
+        pstDb->vecJournalOffsets.push_back(uiOffset);
     }
-    pstDb->vecJournal.push_back(std::move(stEntry));
+}
+
+uint32_t Ecm_JournalLength(const EcmDb *pstDb)
+{
+    return static_cast<uint32_t>(pstDb->vecJournal.size());
+}
+
+void Ecm_JournalKeep(EcmDb *pstDb, uint32_t uiKeep)
+{
+    if (uiKeep >= pstDb->vecJournal.size()) {
+        return;
+    }
+    const EcmJournalEntry &stFirstGone = pstDb->vecJournal[uiKeep];
+    pstDb->vecJournalVals.resize(stFirstGone.uiFirstVal);
+    pstDb->vecJournalOffsets.resize(stFirstGone.uiFirstVal);
+    pstDb->strJournalBytes.resize(stFirstGone.uiFirstByte);
+    pstDb->vecJournal.resize(uiKeep);
 }
 
 extern "C" uint32_t ECM_CTL_JournalCount(void *pObj)
 {
-    return static_cast<uint32_t>(static_cast<EcmDb *>(pObj)->vecJournal.size());
+    return Ecm_JournalLength(static_cast<EcmDb *>(pObj));
 }
 
 extern "C" uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOURNAL_S *pstEntry)
@@ -298,27 +397,24 @@ extern "C" uint32_t ECM_CTL_JournalGet(void *pObj, uint32_t uiIndex, ECM_CTL_JOU
     if (uiIndex >= pstDb->vecJournal.size() || pstEntry == nullptr) {
         return ECM_ERR_PARAM;
     }
-    EcmJournalEntry &stEntry = pstDb->vecJournal[uiIndex];
-    for (size_t i = 0; i < stEntry.vecVals.size(); i++) {  /* the byte buffer may have moved since */
-        if (stEntry.vecVals[i].uiLen != 0) {
-            stEntry.vecVals[i].pucBytes = reinterpret_cast<const uint8_t *>(stEntry.strBytes.data()) +
-                                          stEntry.vecOffsets[i];
+    const EcmJournalEntry &stEntry = pstDb->vecJournal[uiIndex];
+    ECM_CTL_VAL_S *pstVals = pstDb->vecJournalVals.data() + stEntry.uiFirstVal;
+    for (uint32_t i = 0; i < stEntry.uiValNum; i++) {  /* the byte buffer may have moved since */
+        if (pstVals[i].uiLen != 0) {
+            pstVals[i].pucBytes = reinterpret_cast<const uint8_t *>(pstDb->strJournalBytes.data()) +
+                                  pstDb->vecJournalOffsets[stEntry.uiFirstVal + i];
         }
     }
-    *pstEntry = {stEntry.uiOp, stEntry.uiTableId, stEntry.uiFlag, static_cast<uint32_t>(stEntry.vecVals.size()),
-                 stEntry.vecVals.data()};
+    *pstEntry = {stEntry.uiOp, stEntry.uiTableId, stEntry.uiFlag, stEntry.uiValNum, pstVals};
     return ECM_OK;
 }
 
 extern "C" void ECM_CTL_JournalClear(void *pObj)
 {
-    static_cast<EcmDb *>(pObj)->vecJournal.clear();
+    Ecm_JournalKeep(static_cast<EcmDb *>(pObj), 0);
 }
 
 extern "C" void ECM_CTL_JournalTruncate(void *pObj, uint32_t uiKeep)
 {
-    std::vector<EcmJournalEntry> &vecJournal = static_cast<EcmDb *>(pObj)->vecJournal;
-    if (uiKeep < vecJournal.size()) {
-        vecJournal.resize(uiKeep);
-    }
+    Ecm_JournalKeep(static_cast<EcmDb *>(pObj), uiKeep);
 }

@@ -10,7 +10,13 @@
  * without a sanitizer. The registry's set of live addresses is consulted before any header is
  * read: a free of an address not in it is a fault of the caller and ends the process, and a
  * small ring of the most recent frees tells a double free apart from a wild pointer in that
- * message. One lock guards the registry and every handle's figures. */
+ * message. One lock guards the registry and every handle's figures.
+ *
+ * A freed block of up to kRecycleMax bytes is kept, up to kRecyclePerClass per size class of 16
+ * bytes, and handed out again for the next block of its class: a call that allocates and frees the
+ * same few sizes over and over does not go back to malloc each time. A kept block is out of the
+ * registry like any freed one (a second free of it is still caught). Builds with AddressSanitizer
+ * keep none, so that it sees every free and every use after one. */
 #include "mox.h"
 #include "mox_ctl.h"
 
@@ -175,8 +181,44 @@ private:
 
 using RegistryGuard = std::lock_guard<SpinLock>;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kRecycle = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kRecycle = false;
+#else
+constexpr bool kRecycle = true;
+#endif
+#else
+constexpr bool kRecycle = true;
+#endif
+constexpr size_t kRecycleClass = 16;                /* bytes of a size class */
+constexpr size_t kRecycleMax = 8192;                /* the largest block kept */
+constexpr size_t kRecycleClasses = kRecycleMax / kRecycleClass;
+constexpr uint32_t kRecyclePerClass = 16;
+
+/* Freed blocks kept for reuse, a stack per size class linked through their headers' pstNext. */
+struct MoxRecycled {
+    MoxBlock *apstTop[kRecycleClasses] = {};
+    uint32_t auiCount[kRecycleClasses] = {};
+};
+
+/* Size class of a block of uiSize bytes; kRecycleClasses for one too large to keep. */
+size_t RecycleClass(uint32_t uiSize)
+{
+    return uiSize == 0 ? 0 : (uiSize > kRecycleMax ? kRecycleClasses : (uiSize - 1) / kRecycleClass);
+}
+
+/* Bytes malloc gives a block: a kept block serves any size of its class. */
+size_t BlockBytes(uint32_t uiSize)
+{
+    size_t ulUser = RecycleClass(uiSize) < kRecycleClasses ? (RecycleClass(uiSize) + 1) * kRecycleClass : uiSize;
+    return sizeof(MoxBlock) + ulUser + kGuardLen;
+}
+
 struct MoxRegistry {
     SpinLock mtx;
+    MoxRecycled stRecycled;
     LiveSet live;
     MoxBlock stList{nullptr, 0, 0, &stList, &stList, nullptr, kGuard};   /* head of the live list */
     MoxFreed astRecent[kRecentFrees] = {};
@@ -320,6 +362,31 @@ bool BelongsTo(const MoxBlock &stBlock, const MoxHandle *pstHandle)
     return pstHandle == nullptr || stBlock.pstHandle == pstHandle;
 }
 
+/* A kept block of uiSize's class, or null. */
+MoxBlock *TakeRecycled(MoxRegistry &reg, uint32_t uiSize)
+{
+    size_t ulClass = RecycleClass(uiSize);
+    if (!kRecycle || ulClass >= kRecycleClasses || reg.stRecycled.apstTop[ulClass] == nullptr) {
+        return nullptr;
+    }
+    MoxBlock *pstBlock = reg.stRecycled.apstTop[ulClass];
+    reg.stRecycled.apstTop[ulClass] = pstBlock->pstNext;
+    reg.stRecycled.auiCount[ulClass]--;
+    return pstBlock;
+}
+
+void KeepOrFree(MoxRegistry &reg, MoxBlock *pstBlock)
+{
+    size_t ulClass = RecycleClass(pstBlock->uiSize);
+    if (!kRecycle || ulClass >= kRecycleClasses || reg.stRecycled.auiCount[ulClass] >= kRecyclePerClass) {
+        std::free(pstBlock);
+        return;
+    }
+    pstBlock->pstNext = reg.stRecycled.apstTop[ulClass];
+    reg.stRecycled.apstTop[ulClass] = pstBlock;
+    reg.stRecycled.auiCount[ulClass]++;
+}
+
 }  // namespace
 
 /* ---- allocation and free ---- */
@@ -334,7 +401,10 @@ extern "C" void *MOX_Malloc_F(void *pHandle, unsigned char ucPartition, uint32_t
     if (ConsumeInjectedFailure(pstHandle)) {
         return nullptr;
     }
-    auto *pstBlock = static_cast<MoxBlock *>(std::malloc(sizeof(MoxBlock) + uiSize + kGuardLen));  /* never 0 bytes */
+    MoxBlock *pstBlock = TakeRecycled(reg, uiSize);
+    if (pstBlock == nullptr) {
+        pstBlock = static_cast<MoxBlock *>(std::malloc(BlockBytes(uiSize)));  /* never 0 bytes */
+    }
     if (pstBlock == nullptr) {
         return nullptr;
     }
@@ -367,7 +437,7 @@ extern "C" void MOX_Free_F(void *pMem, const char *pcFile, uint32_t uiLine)
     CreditFree(reg, *pstBlock);
     reg.astRecent[reg.uiRecentNext] = MoxFreed{pMem, pcFile, uiLine};
     reg.uiRecentNext = (reg.uiRecentNext + 1) % kRecentFrees;
-    std::free(pstBlock);
+    KeepOrFree(reg, pstBlock);
 }
 
 extern "C" void MOX_Assert(const char *pcFile, uint32_t uiLine, uint32_t uiCond)
@@ -431,6 +501,16 @@ extern "C" void MOX_GetStats(void *pHandle, MOX_STATS_S *pstStats)
         return;
     }
     *pstStats = MOX_STATS_S{reg.live.Count(), reg.ulLiveBytesAll, reg.ulPeakAll, reg.ulTotalAll, MOX_AssertCount()};
+}
+
+extern "C" void MOX_ResetPeak(void *pHandle)
+{
+    MoxHandle *pstHandle = CheckedHandle(pHandle, "MOX_ResetPeak");
+    if (pstHandle == nullptr) {
+        return;
+    }
+    RegistryGuard lock(Registry().mtx);
+    pstHandle->stStats.ulPeakBytes = pstHandle->stStats.ulLiveBytes;
 }
 
 extern "C" void MOX_FailAlloc(void *pHandle, uint32_t uiNth)

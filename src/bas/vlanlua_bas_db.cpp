@@ -3,6 +3,8 @@
  * buffer is allocated by the one query and freed with the set. Uses only the platform's names. */
 #include "vlanlua_db.h"
 
+#include <cstddef>
+
 #include "bas/vlanlua_bas_mem.h"
 #include "sec_bound.h"
 
@@ -18,7 +20,12 @@ extern "C" VLANLUA_RECORDSET_S *VLANLUA_RecordSet_New(void *pObj, uint32_t uiTab
     if (pstRs == nullptr) {
         return nullptr;
     }
-    (void)memset_s(pstRs, sizeof(*pstRs), 0, sizeof(*pstRs));
+    /* Everything but the conditions, which Where clears one by one as it fills them: the database
+     * reads no more of the block than usCondNum conditions. */
+    (void)memset_s(pstRs, offsetof(VLANLUA_RECORDSET_S, stWhere.astCond), 0, offsetof(VLANLUA_RECORDSET_S, stWhere.astCond));
+    auto *pucAfterWhere = reinterpret_cast<uint8_t *>(&pstRs->stSelect);
+    size_t ulAfterWhere = sizeof(*pstRs) - offsetof(VLANLUA_RECORDSET_S, stSelect);
+    (void)memset_s(pucAfterWhere, ulAfterWhere, 0, ulAfterWhere);
     pstRs->uiTableId = uiTableId;
     pstRs->pObj = pObj;
     pstRs->pstWhere = &pstRs->stWhere;
@@ -59,6 +66,7 @@ extern "C" uint32_t VLANLUA_RecordSet_Where(VLANLUA_RECORDSET_S *pstRs, uint32_t
         return 1;
     }
     ECM_COND_S *pstCond = &pstWhere->astCond[pstWhere->usCondNum];
+    (void)memset_s(pstCond, sizeof(*pstCond), 0, sizeof(*pstCond));
     pstCond->ucFieldId = ucField;
     pstCond->uiOp = uiOp;
     int iRet = memcpy_s(pstCond->aucValue, sizeof(pstCond->aucValue), pValue, uiWidth);

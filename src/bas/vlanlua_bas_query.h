@@ -103,7 +103,7 @@ public:
     /* A selection of a field named at run time, at its width; a field the table lacks fails the query. */
     void SelectField(uint8_t ucField)
     {
-        uint16_t usWidth = VlanLuaTbl::FieldWidth(Table::uiId, ucField);
+        uint16_t usWidth = VlanLuaTbl::FieldsByNo<Table::uiId>::Of(ucField).usWidth;
         m_uiFailed |= usWidth == 0 ? 1u : 0u;
         VLANLUA_RecordSet_SelectField(m_pstRs, ucField, usWidth);
     }
@@ -168,12 +168,12 @@ public:
     /* A u32 value of a field named at run time; a field of another width refuses the write. */
     void AddField(uint8_t ucField, const uint32_t *puiValue)
     {
-        const VlanLuaTbl::FieldEntry *pstField = VlanLuaTbl::FindField(Table::uiId, ucField);
-        if (pstField == nullptr || pstField->usWidth != sizeof(*puiValue) || m_uiNum == Capacity) {
+        const VlanLuaTbl::FieldEntry &stField = VlanLuaTbl::FieldsByNo<Table::uiId>::Of(ucField);
+        if (stField.usWidth != sizeof(*puiValue) || m_uiNum == Capacity) {   /* width 0: no such field */
             m_bRefused = true;
             return;
         }
-        m_astFields[m_uiNum++] = VLANLUA_FIELDVAL_S{pstField->uiTypeCode, ucField, pstField->usWidth, puiValue};
+        m_astFields[m_uiNum++] = VLANLUA_FIELDVAL_S{stField.uiTypeCode, ucField, stField.usWidth, puiValue};
     }
 
     uint32_t Insert(void *pObj, uint32_t uiFlag) const { return Run(ECM_CAPI_InsertRecord, pObj, uiFlag); }

@@ -1,5 +1,7 @@
 -- The cfgdb binding the other script tests stand on: bad input is refused with a clear error that
--- changes nothing, transactions and dry runs. Records, their order, counts, deletes and a file
+-- changes nothing, transactions and dry runs, the trace of what the calls asked of the database
+-- (that a trace replayed on a copy leaves the copy as the calls left the database is checked in
+-- tests/module/test_trace_replay.cpp). Records, their order, counts, deletes and a file
 -- reopened are pinned by the manual's examples (test_manual.lua).
 local t = require "testlib"
 local cfgdb = require "cfgdb"
@@ -88,6 +90,56 @@ t.case("db:transaction commits fn's calls as one unit or none; db:dry_run return
   reader:close()
   db:close()
   for _, suffix in ipairs({ "", "-wal", "-shm" }) do os.remove(path .. suffix) end
+end)
+
+t.case("db:trace: one record per call under its name; the statements of reading calls write nothing", function()
+  local uv = require "libvlanluaext"
+  local db = cfgdb.open({ vr = 7 })
+  db:bind()
+  db:insert("IF_INFO", { ifIndex = 0x1001, vrId = 7, kind = 1, mainIfIndex = 0x1000 })
+  db:insert("IF_INFO", { ifIndex = 0x2001, vrId = 7, kind = 11 })
+  db:insert("QINQ_MATCH_SEG", { ifIndex = 0x1001, segIndex = 1, peBegin = 1, peEnd = 3, ceBegin = 5, ceEnd = 6, vrId = 7 })
+  db:insert("UVLAN_DOT1Q", { ifIndex = 0x2001, vrId = 7, vlanBegin = 10, vlanEnd = 12 })
+  db:insert("UVLAN_QINQ_SEG", { ifIndex = 0x2001, segIndex = 2, vrId = 7, peBegin = 100, peEnd = 101, ceBegin = 11, ceEnd = 11 })
+  db:insert("UVLAN_DESC", { ifIndex = 0x2001, vrId = 7, peVlan = 100, ceVlan = 11, description = "d" })
+  db:insert("L2_PORT", { ifIndex = 0x101, pvid = 100, vrId = 7 })
+  db:insert("PWSUP_CFG", { vrId = 7, ifIndex = 0x1001, supMode = 2 })
+  local reads = {   -- the names the calls are made by, as scripts call the functions
+    { "VLAN_spt_GetMainifBySubif", function() uv.VLAN_spt_GetMainifBySubif(0x1001) end },
+    { "VLAN_spt_CheckPwSuppExist", function() uv.VLAN_spt_CheckPwSuppExist(0x1001) end },
+    { "VLAN_spt_CheckVlanUsdByPort", function() uv.VLAN_spt_CheckVlanUsdByPort(300, 7, 1, 1) end },
+    { "VLAN_spt_GetNextQinQMibQuery", function() uv.VLAN_spt_GetNextQinQMibQuery(0, 0, 0, 7, 10) end },
+    { "VLAN_spt_UserVlanDot1qExist", function() uv.VLAN_spt_UserVlanDot1qExist(0x2001, 11, 7) end },
+    { "VLAN_spt_UserVlanQinqExist", function() uv.VLAN_spt_UserVlanQinqExist(0x2001, 100, 11, 7) end },
+    { "VLAN_spt_UserVlanMibQuery", function() uv.VLAN_spt_UserVlanMibQuery(0, 0, 0, 7, 10, 1) end },
+  }
+  db:trace(true)
+  for _, r in ipairs(reads) do r[2]() end
+  db:fail_call(2)
+  uv.VLAN_spt_GetMainifBySubif(0x1001)
+  uv.VLAN_spt_CrtCtrlVidBitMap(42, 100, 7)
+  local calls = db:trace(false)
+  t.eq(#calls, #reads + 2, "one record per call")
+  local READ_OPS = { cdb_id = true, lr_vr_id = true, select = true, count = true, exist = true, commit = true }
+  for i, r in ipairs(reads) do
+    t.eq(calls[i].name, r[1], "the call's name")
+    local rows = 0
+    for _, op in ipairs(calls[i].ops) do
+      t.check(READ_OPS[op.op], "%s: a reading call made a %s", r[1], op.op)
+      for _, st in ipairs(op.statements) do
+        t.check(st.sql:match("^SELECT ") or st.sql == "BEGIN" or st.sql == "COMMIT", "%s ran %s", r[1], st.sql)
+        rows = rows + st.rows
+      end
+    end
+    t.check(rows > 0, "%s read rows", r[1])
+  end
+  local failed = calls[#reads + 1].ops[2]
+  t.same(t.pack(failed.op, failed.table, failed.result, #failed.statements), { "select", "IF_INFO", 0x10B, 0 },
+    "a failed operation is recorded with its code and ran nothing")
+  local write = calls[#reads + 2].ops
+  t.same(t.pack(write[1].statements[1].sql, write[#write].op, #db:trace()), { "BEGIN", "commit", 0 },
+    "a call's unit begins in its first operation and ends in an operation of its own; the recording was taken")
+  db:close()
 end)
 
 t.finish()

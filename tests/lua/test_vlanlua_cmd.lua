@@ -292,6 +292,12 @@ case("a dry run prints each write it would make and leaves the file byte for byt
   status, out = run("--db", path("empty.db"), "--dry-run", path("mark.lua"))
   t.lines(lines(out), { "insert CTRL_VID_BITMAP f1_ctrl_key=9 f2_slice=0 f3_bitmap={5} f4_vrid=7" }, "new database")
   t.check(status == 0 and read(path("empty.db")) == "", "a dry run on a new database wrote its file")
+  status, out = run("--db", path("empty.db"), "--dry-run", "--trace", path("mark.lua"))
+  local got = lines(out)
+  t.check(status == 0 and got[1]:match("^insert CTRL_VID_BITMAP") and got[2]:match("^call 1 VLAN_spt_CrtCtrlVidBitMap: %d+ operations")
+    and out:match("\n  insert CTRL_VID_BITMAP: 1 row, [%d.]+ us\n    SAVEPOINT ecm_call .-\n    INSERT INTO CTRL_VID_BITMAP%(.-%?3=x'20000000")
+    and got[#got]:match("^    RELEASE ecm_call  %[0 rows"),
+    "--trace after the writes: the call, its insert and its bitmap, inside the script's unit:\n%s", out)
 end)
 
 case("--show lists every kind of row of one interface by kind, and one line per interface without one", function()

@@ -1,5 +1,7 @@
 /* Overlap reads of the segment table through its spatial index: the same records, order, counts and
  * limits as the plain table and as a brute-force filter, across writes, deletes and reopening a file. */
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <random>
 
@@ -147,6 +149,20 @@ TEST_F(SpatialRead, ReversedRangesAreStoredAndAnsweredLikeThePlainTable)
     }
 }
 
+/* The index folds an interface's low 30 bits into its coordinates: interfaces that agree in them
+ * share coordinates, and the conditions still tell their rows apart. */
+TEST_F(SpatialRead, InterfacesThatShareTheIndexsCoordinatesAreToldApart)
+{
+    for (uint32_t k = 0; k < 4; k++) {
+        Insert({5u + (k << 30), k + 1, 0, 10, 20, 10, 20});
+    }
+    Insert({5u + (1u << 15), 9, 0, 10, 20, 10, 20});
+    for (uint32_t k = 0; k < 4; k++) {
+        ExpectSameAnswers({5u + (k << 30), 15, 15, 15, 15}, 10);
+    }
+    ExpectSameAnswers({5u + (1u << 15), 0, 65535, 0, 65535}, 10);
+}
+
 /* ---- Writes keep the index in step ---- */
 
 TEST_F(SpatialRead, MovedAndDeletedSegmentsAreFoundOnlyWhereTheyNowAre)
@@ -229,6 +245,57 @@ TEST(SpatialFile, ReopenedFileAnswersOverlapsForOldAndNewRows)
     EXPECT_EQ(1u, Segs(pObj, 10));
     EXPECT_EQ(2u, Segs(pObj, 29));
     ECM_CTL_Close(pObj);
+}
+
+/* Schema version 1 kept the interface as a dimension of the index of its own: a file of it gets the
+ * index made again, in the present form and with every row, when it is opened. */
+TEST(SpatialFile, AVersionOneIndexIsMadeAgainWhenTheFileIsOpened)
+{
+    TempDb stFile("ecm_spatial_v1");
+    void *pObj = ECM_CTL_Open(stFile.Path(), 0, 0, 0, nullptr, 0);
+    ASSERT_NE(nullptr, pObj);
+    Put(pObj, UVLAN_QINQ_SEG, {{1, 5}, {2, 1}, {7, 10}, {8, 19}, {5, 1}, {6, 1}});
+    ECM_CTL_Close(pObj);
+    const char *pcBox = "new.rowid, new.f1_ifindex - 2147483648, new.f1_ifindex - 2147483648, "
+                        "min(new.f7_pe_begin, new.f8_pe_end) - 2147483648, max(new.f7_pe_begin, new.f8_pe_end) - 2147483648, "
+                        "min(new.f5_ce_begin, new.f6_ce_end) - 2147483648, max(new.f5_ce_begin, new.f6_ce_end) - 2147483648";
+    std::string strV1 = "DROP TRIGGER UVLAN_QINQ_SEG_rt_ins; DROP TRIGGER UVLAN_QINQ_SEG_rt_upd; DROP TRIGGER UVLAN_QINQ_SEG_rt_del;"
+                        "DROP TABLE UVLAN_QINQ_SEG_rt;"
+                        "CREATE VIRTUAL TABLE UVLAN_QINQ_SEG_rt USING rtree_i32(id, lo0, hi0, lo1, hi1, lo2, hi2);"
+                        "CREATE TRIGGER UVLAN_QINQ_SEG_rt_ins AFTER INSERT ON UVLAN_QINQ_SEG BEGIN INSERT INTO UVLAN_QINQ_SEG_rt VALUES(";
+    strV1.append(pcBox).append("); END; CREATE TRIGGER UVLAN_QINQ_SEG_rt_del AFTER DELETE ON UVLAN_QINQ_SEG BEGIN DELETE ");
+    strV1.append("FROM UVLAN_QINQ_SEG_rt WHERE id = old.rowid; END; PRAGMA user_version = 1;");
+    sqlite3 *pDb = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(stFile.Path(), &pDb));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(pDb, strV1.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(pDb);
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(pDb, "INSERT INTO UVLAN_QINQ_SEG(f1_ifindex, f2_seg_index, f7_pe_begin, f8_pe_end, "
+                                           "f5_ce_begin, f6_ce_end, f11_key_name) VALUES(5, 2, 20, 29, 1, 1, x'')",
+                                      nullptr, nullptr, nullptr)) << sqlite3_errmsg(pDb);
+    sqlite3_close(pDb);
+    pObj = ECM_CTL_Open(stFile.Path(), 0, 0, 0, nullptr, 0);
+    ASSERT_NE(nullptr, pObj);
+    Put(pObj, UVLAN_QINQ_SEG, {{1, 5}, {2, 3}, {7, 30}, {8, 39}, {5, 1}, {6, 1}});
+    for (uint32_t uiSeg = 1; uiSeg <= 3; uiSeg++) {
+        Query q;
+        uint16_t usPe = static_cast<uint16_t>(10 * uiSeg);
+        q.Where32(1, ECM_OP_EQ, 5).Where16(8, ECM_OP_GE, usPe).Where16(7, ECM_OP_LE, usPe);
+        q.Where16(6, ECM_OP_GE, 1).Where16(5, ECM_OP_LE, 1).Select(2);
+        ASSERT_EQ(ECM_OK, q.Run(pObj, UVLAN_QINQ_SEG, 4, 10));
+        ASSERT_EQ(1u, q.stResult.usRecNum) << "segment " << uiSeg;
+        EXPECT_EQ(uiSeg, q.U32At(0, 0));
+    }
+    ECM_CTL_Close(pObj);
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(stFile.Path(), &pDb));
+    sqlite3_stmt *pStmt = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_prepare_v2(pDb, "SELECT * FROM UVLAN_QINQ_SEG_rt", -1, &pStmt, nullptr));
+    EXPECT_EQ(5, sqlite3_column_count(pStmt)) << "the index in its present form";
+    int iBoxes = 0;
+    while (sqlite3_step(pStmt) == SQLITE_ROW) {
+        iBoxes++;
+    }
+    EXPECT_EQ(3, iBoxes);
+    sqlite3_finalize(pStmt);
+    sqlite3_close(pDb);
 }
 
 }  // namespace
