@@ -21,6 +21,8 @@
 
 #include "sysdt_lua.h"
 
+#include "bench_lua.h"
+
 #include "bench_least.h"
 #include "bench_replay.h"
 #include "bench_state.h"
@@ -138,16 +140,6 @@ const FloorCase kCases[] = {
       function run() return probe(0x100000 + 54321) end
     )LUA", LeastProbe, {0x100000 + 54321}, 31, 2000},
 };
-
-bool Lua(lua_State *L, const std::string &strChunk)
-{
-    if (luaL_dostring(L, strChunk.c_str()) != LUA_OK) {
-        std::fprintf(stderr, "bench_floors: %s\n", lua_tostring(L, -1));
-        lua_pop(L, 1);
-        return false;
-    }
-    return true;
-}
 
 double NowUs()
 {

@@ -11,6 +11,8 @@
 
 #include "sysdt_lua.h"
 
+#include "bench_lua.h"
+
 #include "ecm_capi.h"
 #include "ecm_ctl.h"
 
@@ -43,16 +45,6 @@ function bump(n)
   end
 end
 )LUA";
-
-bool Lua(lua_State *L, const std::string &chunk)
-{
-    if (luaL_dostring(L, chunk.c_str()) != LUA_OK) {
-        std::fprintf(stderr, "lua: %s\n", lua_tostring(L, -1));
-        lua_pop(L, 1);
-        return false;
-    }
-    return true;
-}
 
 double Seconds(lua_State *L, const std::string &chunk)
 {

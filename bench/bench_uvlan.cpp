@@ -9,6 +9,8 @@
 
 #include "sysdt_lua.h"
 
+#include "bench_lua.h"
+
 namespace {
 
 /* Lua side: a bound database, the layouts, and one timed request per call of run(). */
@@ -45,15 +47,6 @@ function run(ifx, peb, pee, ceb, cee)
   set(ifx, peb, pee, ceb, cee, {2, 5 + flip})
 end
 )LUA";
-
-bool Lua(lua_State *L, const std::string &chunk)
-{
-    if (luaL_dostring(L, chunk.c_str()) != LUA_OK) {
-        std::fprintf(stderr, "lua: %s\n", lua_tostring(L, -1));
-        return false;
-    }
-    return true;
-}
 
 /* Median time in microseconds of one request, after one warm-up call. */
 double TimeRequest(lua_State *L, const std::string &call, int iReps)
