@@ -21,9 +21,8 @@
 
 #include "sysdt_lua.h"
 
-#include "bench_lua.h"
-
 #include "bench_least.h"
+#include "bench_lua.h"
 #include "bench_replay.h"
 #include "bench_state.h"
 #include "ecm_capi.h"
