@@ -31,13 +31,19 @@ std::string ColumnDefs(const ECM_CTL_TABLE_S *pstTable)
 
 /* Built by appending to one string: chains of operator+ over temporaries draw a false -Wrestrict
  * from GCC 12 at -O3. */
+std::string IndexName(const ECM_CTL_TABLE_S *pstTable, const uint8_t *pucFields, uint32_t uiNum, bool bUnique)
+{
+    std::string strName = std::string(pstTable->pcName).append(bUnique ? "_key" : "_by");
+    for (uint32_t i = 0; i < uiNum; i++) {
+        strName.append("_").append(std::to_string(pucFields[i]));
+    }
+    return strName;
+}
+
 std::string IndexSql(const ECM_CTL_TABLE_S *pstTable, const uint8_t *pucFields, uint32_t uiNum, bool bUnique)
 {
     std::string strSql = bUnique ? "CREATE UNIQUE INDEX IF NOT EXISTS " : "CREATE INDEX IF NOT EXISTS ";
-    strSql.append(pstTable->pcName).append(bUnique ? "_key" : "_by");
-    for (uint32_t i = 0; i < uiNum; i++) {
-        strSql.append("_").append(std::to_string(pucFields[i]));
-    }
+    strSql.append(IndexName(pstTable, pucFields, uiNum, bUnique));
     strSql.append(" ON ").append(pstTable->pcName).append("(");
     for (uint32_t i = 0; i < uiNum; i++) {
         strSql.append(i == 0 ? "" : ", ").append(ECM_CTL_FindField(pstTable, pucFields[i])->pcName);
@@ -114,10 +120,16 @@ std::string UpgradeTo1()
 
 /* ---- Version 2: spatial indexes that fold the key into their coordinates ---- */
 
-/* Version 1 kept the key as a dimension of its own; its companions are made again. */
+/* Version 1 kept the key as a dimension of its own; its companions are made again. Its (VR,
+ * interface) index of user-VLAN Dot1Q ranges gives way to one that also holds the range's begin, in
+ * which order the user-VLAN walk reads a page: without it every row from the first interface on
+ * went through a sort. */
 std::string UpgradeTo2()
 {
-    std::string strSql;
+    const uint8_t aucOldDot1q[] = {VLANLUA_FLD_UVLAN_DOT1Q_vrId, VLANLUA_FLD_UVLAN_DOT1Q_ifIndex};
+    std::string strSql = "DROP INDEX IF EXISTS ";
+    strSql.append(IndexName(ECM_CTL_FindTable(VLANLUA_TBL_UVLAN_DOT1Q), aucOldDot1q, 2, false)).append(";");
+    strSql += SchemaSql();
     for (uint32_t i = 0; Ecm_SpatialAt(i) != nullptr; i++) {
         strSql += Ecm_SpatialDropSql(Ecm_SpatialAt(i)) + Ecm_SpatialSchemaSql(Ecm_SpatialAt(i));
     }

@@ -247,8 +247,9 @@ TEST(SpatialFile, ReopenedFileAnswersOverlapsForOldAndNewRows)
     ECM_CTL_Close(pObj);
 }
 
-/* Schema version 1 kept the interface as a dimension of the index of its own: a file of it gets the
- * index made again, in the present form and with every row, when it is opened. */
+/* Schema version 1 kept the interface as a dimension of the index of its own, and sorted the
+ * user-VLAN walk's Dot1Q page outside any index: a file of it gets both indexes made again, in the
+ * present form and with every row, when it is opened. */
 TEST(SpatialFile, AVersionOneIndexIsMadeAgainWhenTheFileIsOpened)
 {
     TempDb stFile("ecm_spatial_v1");
@@ -265,6 +266,7 @@ TEST(SpatialFile, AVersionOneIndexIsMadeAgainWhenTheFileIsOpened)
                         "CREATE TRIGGER UVLAN_QINQ_SEG_rt_ins AFTER INSERT ON UVLAN_QINQ_SEG BEGIN INSERT INTO UVLAN_QINQ_SEG_rt VALUES(";
     strV1.append(pcBox).append("); END; CREATE TRIGGER UVLAN_QINQ_SEG_rt_del AFTER DELETE ON UVLAN_QINQ_SEG BEGIN DELETE ");
     strV1.append("FROM UVLAN_QINQ_SEG_rt WHERE id = old.rowid; END; PRAGMA user_version = 1;");
+    strV1.append("DROP INDEX UVLAN_DOT1Q_by_4_1_5; CREATE INDEX UVLAN_DOT1Q_by_4_1 ON UVLAN_DOT1Q(f4_vrid, f1_ifindex);");
     sqlite3 *pDb = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open(stFile.Path(), &pDb));
     ASSERT_EQ(SQLITE_OK, sqlite3_exec(pDb, strV1.c_str(), nullptr, nullptr, nullptr)) << sqlite3_errmsg(pDb);
@@ -294,6 +296,13 @@ TEST(SpatialFile, AVersionOneIndexIsMadeAgainWhenTheFileIsOpened)
         iBoxes++;
     }
     EXPECT_EQ(3, iBoxes);
+    sqlite3_finalize(pStmt);
+    ASSERT_EQ(SQLITE_OK, sqlite3_prepare_v2(pDb, "SELECT group_concat(name, ' ') FROM (SELECT name FROM sqlite_master "
+                                                 "WHERE tbl_name = 'UVLAN_DOT1Q' AND type = 'index' ORDER BY name)",
+                                            -1, &pStmt, nullptr));
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(pStmt));
+    EXPECT_STREQ("UVLAN_DOT1Q_by_1_4 UVLAN_DOT1Q_by_4_1_5", reinterpret_cast<const char *>(sqlite3_column_text(pStmt, 0)))
+        << "the walk's index of user-VLAN Dot1Q ranges in its present form, the old one gone";
     sqlite3_finalize(pStmt);
     sqlite3_close(pDb);
 }
