@@ -199,10 +199,16 @@ bool Ecm_SchemaReadable(EcmDb *pstDb, char *pcErr, size_t ulErrLen);
  * A value travels as the field's bytes: text and bitmaps as stored, integers in the machine's order
  * (kel_order.h), as the records of the client operations hold them. */
 
-/* ECM_CTL_IsByteType where every value of every request asks it. */
+/* Whether a field of the type holds bytes (text, bitmaps) rather than a number; ECM_CTL_IsByteType
+ * answers it for the control side, inlined here where every value of every request asks it. */
+inline bool Ecm_IsByteType(uint32_t uiType)
+{
+    return uiType == ECM_TYPE_TEXT || uiType == ECM_TYPE_BITMAP;
+}
+
 inline bool Ecm_IsBytes(const ECM_CTL_FIELD_S *pstField)
 {
-    return pstField->ucType == ECM_TYPE_TEXT || pstField->ucType == ECM_TYPE_BITMAP;
+    return Ecm_IsByteType(pstField->ucType);
 }
 
 /* Writes column iCol of the current row into uiWidth bytes at pucDst: an integer as a number of

@@ -82,7 +82,7 @@ static_assert(VlanLuaTbl::UVLAN_QINQ_SEG::ifIndex::usWidth == 4 && VlanLuaTbl::U
 
 extern "C" int ECM_CTL_IsByteType(uint32_t uiType)
 {
-    return uiType == ECM_TYPE_TEXT || uiType == ECM_TYPE_BITMAP;
+    return Ecm_IsByteType(uiType);
 }
 
 extern "C" const ECM_CTL_TABLE_S *ECM_CTL_FindTable(uint32_t uiTableId)
